@@ -1,0 +1,33 @@
+# The two set-up commands: `make run` and `make test`.
+.PHONY: run test bench deps native win64 test-native test-win64 cli clean
+
+deps:
+	@tools/install-deps
+
+native: deps
+	@cmake --preset native >/dev/null
+	@cmake --build --preset native
+
+win64: deps
+	@cmake --preset win64 >/dev/null
+	@cmake --build --preset win64
+
+test-native: native
+	@ctest --preset native
+
+test-win64: win64
+	@ctest --preset win64
+
+test: test-native test-win64
+
+run: win64
+	@if [ -f build/win64/bin/tavora.exe ]; then tools/run-tavora build/win64/bin/tavora.exe; \
+	else echo "tavora.exe is not built yet: the editor's window comes in a later step. The core and its tests build with 'make test'."; fi
+
+bench: deps
+	@cmake --preset native-release >/dev/null
+	@cmake --build --preset native-release
+	@tools/run-benchmarks build/native-release/bin
+
+clean:
+	rm -rf build

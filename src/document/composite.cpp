@@ -1,0 +1,188 @@
+#include "document/composite.h"
+
+#include <cstring>
+
+#include "app/row_workers.h"
+#include "document/blend.h"
+#include "document/layer_effects.h"
+
+namespace tavora {
+namespace {
+
+DocumentChangedHook g_changedHook = nullptr;
+
+// An effect buffer's pixel with its alpha scaled by the layer's opacity.
+inline uint32_t ScaleAlpha(uint32_t p, uint32_t opacity) {
+  if (opacity == 255) return p;
+  return (p & 0x00FFFFFFu) | (Mul(p >> 24, opacity) << 24);
+}
+
+void LayEffectRow(uint32_t* out, const uint32_t* src, int32_t n, uint32_t opacity) {
+  for (int32_t i = 0; i < n; ++i) {
+    if ((src[i] >> 24) == 0) continue;
+    const uint32_t p = ScaleAlpha(src[i], opacity);
+    if (p >> 24) out[i] = Over(out[i], p);
+  }
+}
+
+void LayPixelRow(uint32_t* out, const uint32_t* src, int32_t n, uint32_t opacity, int32_t mode) {
+  if (mode == kBlendNormal || mode < 0 || mode >= kBlendModeCount) {
+    for (int32_t i = 0; i < n; ++i) {
+      const uint32_t p = ScaleAlpha(src[i], opacity);
+      if (p >> 24) out[i] = Over(out[i], p);
+    }
+    return;
+  }
+  const uint8_t* table = BlendTable(mode);
+  for (int32_t i = 0; i < n; ++i) {
+    uint32_t p = ScaleAlpha(src[i], opacity);
+    const uint32_t a = p >> 24;
+    if (a == 0) continue;
+    const uint32_t r = out[i];
+    const uint32_t ar = r >> 24;
+    if (ar > 0) {
+      // Mix the blended colour in by how much backdrop is there: over a
+      // transparent area a blended layer shows its own colours.
+      uint32_t mixed = a << 24;
+      for (int shift = 0; shift < 24; shift += 8) {
+        const uint32_t sc = (p >> shift) & 255;
+        const uint32_t rc = (r >> shift) & 255;
+        const uint32_t bc = table[rc * 256 + sc];
+        mixed |= (((sc * (255 - ar) + bc * ar + 128) * 257) >> 16) << shift;
+      }
+      p = mixed;
+    }
+    out[i] = Over(r, p);
+  }
+}
+
+// Buffers are canvas-sized; a missing or short one is skipped rather than read
+// past its end.
+inline bool Covers(const Surface* s, int32_t x1, int32_t y) {
+  return s && s->Width() >= x1 && s->Height() > y;
+}
+
+}  // namespace
+
+void SetDocumentChangedHook(DocumentChangedHook hook) { g_changedHook = hook; }
+
+void CompositeRows(int first, int end, void* context) {
+  const auto& ctx = *static_cast<const CompositeRowsContext*>(context);
+  const int32_t n = ctx.x1 - ctx.x0;
+  for (int row = first; row < end; ++row) {
+    const int32_t y = ctx.y0 + row;
+    uint32_t* out = ctx.output + std::size_t(y) * std::size_t(ctx.outputStride) + ctx.x0;
+    std::memset(out, 0, std::size_t(n) * sizeof(uint32_t));
+    for (int32_t li = 0; li < ctx.layerCount; ++li) {
+      const Layer& layer = ctx.layers[li];
+      if (!layer.visible) continue;  // its effects too
+      const uint32_t opacity = static_cast<uint32_t>(layer.opacity);
+      if (Covers(layer.under.get(), ctx.x1, y))
+        LayEffectRow(out, layer.under->Row(y) + ctx.x0, n, opacity);
+      const Surface& own = layer.styled ? *layer.styled : layer.pixels;
+      if (Covers(&own, ctx.x1, y))
+        LayPixelRow(out, own.Row(y) + ctx.x0, n, opacity, layer.blendMode);
+      if (Covers(layer.over.get(), ctx.x1, y))
+        LayEffectRow(out, layer.over->Row(y) + ctx.x0, n, opacity);
+    }
+  }
+}
+
+void Invalidate(Document& doc, int32_t layerIndex, const Rect& rect) {
+  Rect area = Intersect(rect, doc.Bounds());
+  if (area.Empty()) return;
+  if (layerIndex >= 0 && layerIndex < doc.LayerCount()) {
+    Layer& layer = doc.layers[layerIndex];
+    if (AnyEffectOn(layer)) {
+      const int32_t m = EffectMargin(layer);
+      area = Intersect({area.x0 - m, area.y0 - m, area.x1 + m, area.y1 + m}, doc.Bounds());
+      layer.effectsDirty = Union(layer.effectsDirty, area);
+    }
+  }
+  doc.compositeDirty = Union(doc.compositeDirty, area);
+  if (g_changedHook) g_changedHook(doc, area);
+}
+
+namespace {
+
+// The one layer whose own buffer can serve as the composite, or -1.
+int32_t FastPathLayer(const Document& doc) {
+  int32_t found = -1;
+  for (int32_t i = 0; i < doc.LayerCount(); ++i) {
+    if (!doc.layers[i].visible) continue;
+    if (found >= 0) return -1;
+    found = i;
+  }
+  if (found < 0) return -1;
+  const Layer& l = doc.layers[found];
+  const bool plain = !l.pixels.Empty() && l.Width() == doc.width && l.Height() == doc.height &&
+                     l.opacity == 255 && l.blendMode == kBlendNormal && !AnyEffectOn(l) &&
+                     !l.styled;
+  return plain ? found : -1;
+}
+
+void RenderDirtyEffects(Document& doc) {
+  for (Layer& layer : doc.layers) {
+    if (!layer.effectsDirty.Empty() || !AnyEffectOn(layer)) RenderLayerEffects(layer);
+  }
+}
+
+}  // namespace
+
+void Composite(Document& doc) {
+  const int32_t fast = FastPathLayer(doc);
+  if (fast >= 0) {
+    doc.compositeLayer = fast;
+    doc.composite.reset();
+    doc.compositeDirty = {};
+    RenderDirtyEffects(doc);
+    return;
+  }
+  doc.compositeLayer = -1;
+  Rect area;
+  if (doc.composite) {
+    area = Intersect(doc.compositeDirty, doc.Bounds());
+  } else {
+    doc.composite.emplace(doc.width, doc.height);
+    area = doc.Bounds();
+  }
+  doc.compositeDirty = {};
+  if (area.Empty()) return;
+  RenderDirtyEffects(doc);
+
+  CompositeRowsContext ctx;
+  ctx.layers = doc.layers.data();
+  ctx.layerCount = doc.LayerCount();
+  ctx.output = doc.composite->Data();
+  ctx.outputStride = doc.width;
+  ctx.x0 = area.x0;
+  ctx.y0 = area.y0;
+  ctx.x1 = area.x1;
+  RowWorkers::Run(area.Height(), &CompositeRows, &ctx);
+}
+
+const Surface& CompositeSource(const Document& doc) {
+  if (doc.compositeLayer >= 0 && doc.compositeLayer < doc.LayerCount())
+    return doc.layers[doc.compositeLayer].pixels;
+  static const Surface kNone;
+  return doc.composite ? *doc.composite : kNone;
+}
+
+uint32_t CompositePixel(Document& doc, int32_t x, int32_t y) {
+  if (!doc.Bounds().Contains(x, y)) return 0;
+  Composite(doc);
+  return CompositeSource(doc).At(x, y);
+}
+
+Surface FlatCopy(Document& doc, uint32_t matteColor, Matte matte) {
+  Composite(doc);
+  Surface copy(CompositeSource(doc));
+  if (matte == Matte::Use) {
+    const uint32_t backdrop = matteColor | 0xFF000000u;
+    uint32_t* p = copy.Data();
+    for (std::size_t i = 0, n = copy.PixelCount(); i < n; ++i) p[i] = Over(backdrop, p[i]);
+  }
+  return copy;
+}
+
+}  // namespace tavora
