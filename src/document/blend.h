@@ -39,6 +39,19 @@ uint8_t BlendChannel(int32_t mode, uint8_t b, uint8_t s);
 // The 256 x 256 results of one mode, indexed [b * 256 + s]; built once.
 const uint8_t* BlendTable(int32_t mode);
 
+// ceil(2^32 / d): n / d == (n x kReciprocal[d]) >> 32 exactly for every
+// n < 2^24 and d in 1..255, which covers the sums Over divides.
+inline constexpr struct ReciprocalTable {
+  uint64_t value[256] = {};
+  constexpr ReciprocalTable() {
+    for (uint64_t d = 1; d < 256; ++d) value[d] = ((uint64_t{1} << 32) + d - 1) / d;
+  }
+} kReciprocal;
+
+inline uint32_t DivideSmall(uint32_t n, uint32_t d) {
+  return static_cast<uint32_t>((n * kReciprocal.value[d]) >> 32);
+}
+
 // Lays straight-alpha source s on destination d (both 0xAARRGGBB).
 inline uint32_t Over(uint32_t d, uint32_t s) {
   const uint32_t as = s >> 24;
@@ -59,7 +72,7 @@ inline uint32_t Over(uint32_t d, uint32_t s) {
   const uint32_t alpha = as + ab;
   uint32_t out = alpha << 24;
   for (int shift = 0; shift < 24; shift += 8) {
-    const uint32_t c = (((s >> shift) & 255) * as + ((d >> shift) & 255) * ab) / alpha;
+    const uint32_t c = DivideSmall(((s >> shift) & 255) * as + ((d >> shift) & 255) * ab, alpha);
     out |= c << shift;
   }
   return out;

@@ -119,6 +119,12 @@ TEST(BlendModes, NamesAreTheMenuTexts) {
 
 uint32_t Px(uint32_t a, uint32_t r, uint32_t g, uint32_t b) { return a << 24 | r << 16 | g << 8 | b; }
 
+TEST(OverOperator, ReciprocalDivisionIsExactForEverySum) {
+  // Over divides s_c x a_s + d_c x a' (below 2 x 255 x 255) by alpha.
+  for (uint32_t d = 1; d < 256; ++d)
+    for (uint32_t n = 0; n < 2 * 255 * 255 + 1; ++n) ASSERT_EQ(DivideSmall(n, d), n / d) << n << "/" << d;
+}
+
 TEST(OverOperator, WorkedExamples) {
   const uint32_t halfRed = Px(128, 255, 0, 0);
   EXPECT_EQ(Over(0, halfRed), halfRed);
