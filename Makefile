@@ -16,7 +16,7 @@ test-native: native
 	@ctest --preset native
 
 test-win64: win64
-	@ctest --preset win64
+	@status=0; ctest --preset win64 || status=$$?; tools/wine-run --shutdown; exit $$status
 
 test: test-native test-win64
 
