@@ -20,7 +20,6 @@ int RowWorkers::ProcessorCount() {
 
 int RowWorkers::Plan(int rowCount, int processors, RowSlice* slices) {
   processors = ClampProcessorCount(processors);
-  if (rowCount <= 0) return 0;
   if (rowCount < kMinRowsToSplit || processors < 2) {
     slices[0] = {0, rowCount};
     return 1;
@@ -41,7 +40,6 @@ void RowWorkers::RunAs(int processors, int rowCount, RowCallback callback, void*
                        ThreadGate startThread) {
   RowSlice slices[kMaxRowWorkers];
   const int parts = Plan(rowCount, processors, slices);
-  if (parts == 0) return;
   if (parts == 1) {
     callback(slices[0].first, slices[0].end, context);
     return;

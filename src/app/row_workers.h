@@ -25,7 +25,8 @@ class RowWorkers {
   // once per process.
   static int ProcessorCount();
 
-  // Runs callback over rows 0 .. rowCount - 1.
+  // Runs callback over rows 0 .. rowCount - 1 (a job below 32 rows, even an
+  // empty one, is one call with (0, rowCount)).
   static void Run(int rowCount, RowCallback callback, void* context);
 
   template <typename F>

@@ -140,9 +140,11 @@ void Composite(Document& doc) {
   }
   doc.compositeLayer = -1;
   Rect area;
-  if (doc.composite) {
+  if (doc.composite && doc.composite->Width() == doc.width &&
+      doc.composite->Height() == doc.height) {
     area = Intersect(doc.compositeDirty, doc.Bounds());
   } else {
+    // First composite, or the canvas changed size since the last one.
     doc.composite.emplace(doc.width, doc.height);
     area = doc.Bounds();
   }

@@ -51,10 +51,16 @@ void Layer::DropEffectCaches() {
 void Layer::RebuildFromExtended() {
   if (!extended) return;
   pixels.Fill(0);
+  rebuildEffects = true;
+  effectsDirty = {0, 0, Width(), Height()};
   const Surface& ext = extended->pixels;
-  const Rect area = Intersect({extended->x, extended->y, extended->x + ext.Width(),
-                               extended->y + ext.Height()},
-                              {0, 0, Width(), Height()});
+  // In 64 bits: a far-off position must not wrap around onto the canvas.
+  const int64_t x0 = std::max<int64_t>(extended->x, 0);
+  const int64_t y0 = std::max<int64_t>(extended->y, 0);
+  const int64_t x1 = std::min<int64_t>(int64_t{extended->x} + ext.Width(), Width());
+  const int64_t y1 = std::min<int64_t>(int64_t{extended->y} + ext.Height(), Height());
+  if (x1 <= x0 || y1 <= y0) return;
+  const Rect area{int32_t(x0), int32_t(y0), int32_t(x1), int32_t(y1)};
   if (area.Empty()) return;
   const std::size_t bytes = std::size_t(area.Width()) * sizeof(uint32_t);
   for (int32_t y = area.y0; y < area.y1; ++y) {
@@ -71,21 +77,22 @@ bool AnyEffectOn(const Layer& layer) {
 }
 
 int32_t EffectMargin(const Layer& layer) {
+  // In 64 bits and capped: parameters come from files and may be extreme.
   const LayerEffects& e = layer.effects;
-  int32_t margin = 0;
-  if (e.dropShadow.on) {
-    const int32_t reach =
-        std::max(std::abs(e.dropShadow.offsetX), std::abs(e.dropShadow.offsetY)) +
-        e.dropShadow.blur + 2;
-    margin = std::max(margin, std::max(reach, 0));
-  }
-  if (e.outerGlow.on) margin = std::max(margin, e.outerGlow.size + 2);
-  if (e.innerGlow.on) margin = std::max(margin, e.innerGlow.size + 2);
-  if (e.bevel.on) margin = std::max(margin, e.bevel.size + e.bevel.soften + 2);
-  if (e.stroke.on) margin = std::max(margin, e.stroke.thickness + e.stroke.smoothness + 3);
-  if (e.bloom.on) margin = std::max(margin, 2 * e.bloom.spread + 4);
+  int64_t margin = 0;
+  auto reach = [&](bool on, int64_t value) {
+    if (on) margin = std::max(margin, value);
+  };
+  const ShadowGlowEffect& ds = e.dropShadow;
+  reach(ds.on, std::max<int64_t>(std::abs(int64_t{ds.offsetX}), std::abs(int64_t{ds.offsetY})) +
+                   ds.size + 2);
+  reach(e.outerGlow.on, int64_t{e.outerGlow.size} + 2);
+  reach(e.innerGlow.on, int64_t{e.innerGlow.size} + 2);
+  reach(e.bevel.on, int64_t{e.bevel.size} + e.bevel.soften + 2);
+  reach(e.stroke.on, int64_t{e.stroke.thickness} + e.stroke.smoothness + 3);
+  reach(e.bloom.on, 2 * int64_t{e.bloom.spread} + 4);
   // Colour and gradient overlays never paint outside the layer's own pixels.
-  return margin;
+  return static_cast<int32_t>(std::min<int64_t>(margin, kMaxEffectMargin));
 }
 
 }  // namespace tavora

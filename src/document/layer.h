@@ -15,36 +15,40 @@ namespace tavora {
 inline constexpr int kMaxLayerNameLength = 63;
 
 // Colours are 0x00RRGGBB, sizes in pixels, opacities in per cent.
-struct DropShadowEffect {
+
+// Drop Shadow, Outer Glow and Inner Glow share one record: the glows keep
+// offsets too (saved and restored like the shadow's), `size` is the
+// shadow's blur, and `option` is a 0/1 choice of the effect's own (for Inner
+// Glow, where it glows from: 0 = the edges).
+struct ShadowGlowEffect {
   bool on = false;
-  int32_t offsetX = 6, offsetY = 6, blur = 8;
-  uint32_t color = 0x000000;
-  int32_t opacity = 60;
+  int32_t offsetX = 0, offsetY = 0;
+  int32_t size = 0;
+  uint32_t color = 0;
+  int32_t opacity = 0;
+  int32_t option = 0;
+
+  bool operator==(const ShadowGlowEffect&) const = default;
 };
-struct OuterGlowEffect {
-  bool on = false;
-  int32_t size = 12;
-  uint32_t color = 0xFFD84A;
-  int32_t opacity = 80;
-};
-struct InnerGlowEffect {
-  bool on = false;
-  int32_t source = 0;  // 0 = glow from the edges
-  int32_t size = 12;
-  uint32_t color = 0xFFFFFF;
-  int32_t opacity = 80;
-};
+inline constexpr ShadowGlowEffect kDropShadowDefaults{false, 6, 6, 8, 0x000000, 60, 0};
+inline constexpr ShadowGlowEffect kOuterGlowDefaults{false, 0, 0, 12, 0xFFD84A, 80, 0};
+inline constexpr ShadowGlowEffect kInnerGlowDefaults{false, 0, 0, 12, 0xFFFFFF, 80, 0};
+
 struct BevelEffect {
   bool on = false;
   int32_t depth = 60, size = 8, soften = 2;
   int32_t angle = 135;     // light direction in degrees
-  int32_t direction = 0;   // 0 = raised
+  int32_t direction = 0;   // 0 = raised, 1 = sunken
+
+  bool operator==(const BevelEffect&) const = default;
 };
 struct ColorOverlayEffect {
   bool on = false;
   uint32_t color = 0xFF3366;
   int32_t opacity = 100;
   int32_t blendMode = 0;
+
+  bool operator==(const ColorOverlayEffect&) const = default;
 };
 struct GradientOverlayEffect {
   bool on = false;
@@ -52,31 +56,39 @@ struct GradientOverlayEffect {
   int32_t opacity = 100;
   int32_t blendMode = 0;
   int32_t angle = 90;
-  int32_t style = 0;
-  int32_t reverse = 0;
+  int32_t style = 0;  // one of 5
+  bool reverse = false;
+
+  bool operator==(const GradientOverlayEffect&) const = default;
 };
 struct StrokeEffect {
   bool on = false;
   uint32_t color = 0x000000;
   int32_t opacity = 100, thickness = 3, smoothness = 1;
-  int32_t position = 0;
+  int32_t position = 0;  // 0 outside, 1 centred, 2 inside
+
+  bool operator==(const StrokeEffect&) const = default;
 };
 struct BloomEffect {
   bool on = false;
   uint32_t color = 0x2F7CFF;
   int32_t spread = 30, intensity = 100, core = 70, softness = 50;
-  int32_t glow = 0;
+  int32_t glow = 0;  // one of 3
+
+  bool operator==(const BloomEffect&) const = default;
 };
 
 struct LayerEffects {
-  DropShadowEffect dropShadow;
-  OuterGlowEffect outerGlow;
-  InnerGlowEffect innerGlow;
+  ShadowGlowEffect dropShadow = kDropShadowDefaults;
+  ShadowGlowEffect outerGlow = kOuterGlowDefaults;
+  ShadowGlowEffect innerGlow = kInnerGlowDefaults;
   BevelEffect bevel;
   ColorOverlayEffect colorOverlay;
   GradientOverlayEffect gradientOverlay;
   StrokeEffect stroke;
   BloomEffect bloom;
+
+  bool operator==(const LayerEffects&) const = default;
 };
 
 // A layer's full content when it reaches beyond the canvas; x, y is its
@@ -147,7 +159,9 @@ class Layer {
 
 // True when the layer's effects are not hidden and at least one group is on.
 bool AnyEffectOn(const Layer& layer);
-// How far beyond the layer's opaque content its enabled effects can reach.
+// How far beyond the layer's opaque content its enabled effects can reach,
+// never below 0 and never above kMaxEffectMargin.
+inline constexpr int32_t kMaxEffectMargin = 1 << 20;
 int32_t EffectMargin(const Layer& layer);
 
 // Cuts a UTF-16 string to at most maxUnits code units without splitting a

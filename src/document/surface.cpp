@@ -1,6 +1,7 @@
 #include "document/surface.h"
 
 #include <cstring>
+#include <utility>
 
 namespace tavora {
 namespace {
@@ -31,6 +32,18 @@ Surface::Surface(const Surface& other)
       height_(other.height_),
       pixels_(AllocCopy(other.pixels_.get(), other.PixelCount())) {}
 
+Surface::Surface(Surface&& other) noexcept
+    : width_(std::exchange(other.width_, 0)),
+      height_(std::exchange(other.height_, 0)),
+      pixels_(std::move(other.pixels_)) {}
+
+Surface& Surface::operator=(Surface&& other) noexcept {
+  width_ = std::exchange(other.width_, 0);
+  height_ = std::exchange(other.height_, 0);
+  pixels_ = std::move(other.pixels_);
+  return *this;
+}
+
 Surface& Surface::operator=(const Surface& other) {
   if (this != &other) *this = Surface(other);
   return *this;
@@ -59,6 +72,18 @@ SelectionMask::SelectionMask(const SelectionMask& other)
     : width_(other.width_),
       height_(other.height_),
       bytes_(AllocCopy(other.bytes_.get(), other.ByteCount())) {}
+
+SelectionMask::SelectionMask(SelectionMask&& other) noexcept
+    : width_(std::exchange(other.width_, 0)),
+      height_(std::exchange(other.height_, 0)),
+      bytes_(std::move(other.bytes_)) {}
+
+SelectionMask& SelectionMask::operator=(SelectionMask&& other) noexcept {
+  width_ = std::exchange(other.width_, 0);
+  height_ = std::exchange(other.height_, 0);
+  bytes_ = std::move(other.bytes_);
+  return *this;
+}
 
 SelectionMask& SelectionMask::operator=(const SelectionMask& other) {
   if (this != &other) *this = SelectionMask(other);

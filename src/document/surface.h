@@ -17,8 +17,9 @@ class Surface {
   Surface(int32_t width, int32_t height);
   Surface(const Surface& other);
   Surface& operator=(const Surface& other);
-  Surface(Surface&& other) noexcept = default;
-  Surface& operator=(Surface&& other) noexcept = default;
+  // A moved-from surface is empty (0 x 0), never a size without pixels.
+  Surface(Surface&& other) noexcept;
+  Surface& operator=(Surface&& other) noexcept;
 
   int32_t Width() const { return width_; }
   int32_t Height() const { return height_; }
@@ -50,8 +51,8 @@ class SelectionMask {
   SelectionMask(int32_t width, int32_t height);  // all unselected
   SelectionMask(const SelectionMask& other);
   SelectionMask& operator=(const SelectionMask& other);
-  SelectionMask(SelectionMask&&) noexcept = default;
-  SelectionMask& operator=(SelectionMask&&) noexcept = default;
+  SelectionMask(SelectionMask&& other) noexcept;
+  SelectionMask& operator=(SelectionMask&& other) noexcept;
 
   int32_t Width() const { return width_; }
   int32_t Height() const { return height_; }

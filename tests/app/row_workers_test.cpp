@@ -26,7 +26,7 @@ TEST(RowWorkersPlan, SmallJobsAndSingleProcessorsStayWhole) {
   // A machine that reports no processors at all still runs the rows.
   EXPECT_EQ(PlanOf(1000, 0), (P{{0, 1000}}));
   EXPECT_EQ(PlanOf(1000, -3), (P{{0, 1000}}));
-  EXPECT_TRUE(PlanOf(0, 16).empty());
+  EXPECT_EQ(PlanOf(0, 16), (P{{0, 0}}));
 }
 
 TEST(RowWorkersPlan, BoundariesAreTruncatedFractions) {

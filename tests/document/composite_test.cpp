@@ -204,6 +204,21 @@ TEST(CompositeStack, EffectBuffersLieUnderAndOverScaledByOpacity) {
   EXPECT_EQ(CompositePixel(*doc, 2, 0), 0xFF0000FFu);
 }
 
+TEST(CompositeStack, ACanvasOfANewSizeGetsANewBuffer) {
+  auto doc = CreateDocument(8, 8, 72, 0xFF0000FF, 0);
+  doc->layers[0].opacity = 128;
+  Composite(*doc);
+  // As a canvas-size command would leave it: new size, old composite buffer.
+  doc->width = 16;
+  doc->height = 4;
+  doc->layers[0] = Layer(16, 4, u"Background");
+  doc->layers[0].pixels.Fill(0xFF00FF00);
+  doc->layers[0].opacity = 128;
+  Composite(*doc);
+  ASSERT_EQ(doc->composite->Width(), 16);
+  EXPECT_EQ(doc->composite->At(15, 3), Px(128, 0, 255, 0));
+}
+
 TEST(CompositeStack, LayersWithNoEffectOnLoseStaleCaches) {
   auto doc = CreateDocument(3, 1, 72, 0xFF0000FF, 0);
   doc->layers.emplace_back(3, 1, u"was fx");

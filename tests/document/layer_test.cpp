@@ -21,6 +21,12 @@ TEST(SurfaceBuffers, StartTransparentAndCopyDeeply) {
   EXPECT_TRUE(none.Empty());
   EXPECT_EQ(Surface(none).Data(), nullptr);
 
+  Surface moved = std::move(copy);  // the source is left empty, not sizeless
+  EXPECT_TRUE(copy.Empty());
+  EXPECT_EQ(copy.Width(), 0);
+  EXPECT_EQ(Surface(copy).Data(), nullptr);
+  EXPECT_EQ(moved.At(0, 0), 1u);
+
   SelectionMask mask(4, 4);
   EXPECT_EQ(mask.At(3, 3), 0);
   mask.At(1, 2) = 255;
@@ -43,10 +49,13 @@ TEST(LayerDefaults, EveryFieldAndEffectGroup) {
   const LayerEffects& e = l.effects;
   EXPECT_EQ(e.dropShadow.offsetX, 6);
   EXPECT_EQ(e.dropShadow.offsetY, 6);
-  EXPECT_EQ(e.dropShadow.blur, 8);
+  EXPECT_EQ(e.dropShadow.size, 8);
   EXPECT_EQ(e.dropShadow.opacity, 60);
   EXPECT_EQ(e.outerGlow.color, 0xFFD84Au);
   EXPECT_EQ(e.innerGlow.color, 0xFFFFFFu);
+  EXPECT_EQ(e.innerGlow.size, 12);
+  EXPECT_EQ(e.innerGlow.option, 0);
+  EXPECT_EQ(e.outerGlow.opacity, 80);
   EXPECT_EQ(e.bevel.angle, 135);
   EXPECT_EQ(e.colorOverlay.color, 0xFF3366u);
   EXPECT_EQ(e.gradientOverlay.color1, 0xFF8800u);
@@ -111,6 +120,12 @@ TEST(ExtendedContent, OffCanvasPixelsAreKeptAndReturn) {
   EXPECT_EQ(l.pixels.At(2, 3), 0u);
   EXPECT_EQ(l.pixels.At(0, 0), 0u);
 
+  EXPECT_TRUE(l.rebuildEffects);  // new content: effects are drawn afresh
+
+  l.extended->x = 2147483647;  // far off: the arithmetic must not wrap
+  l.RebuildFromExtended();
+  for (std::size_t i = 0; i < l.pixels.PixelCount(); ++i) ASSERT_EQ(l.pixels.Data()[i], 0u);
+
   l.extended->x = 10;  // fully off: nothing shows
   l.RebuildFromExtended();
   for (std::size_t i = 0; i < l.pixels.PixelCount(); ++i) ASSERT_EQ(l.pixels.Data()[i], 0u);
@@ -128,9 +143,9 @@ TEST(EffectMargins, LargestReachOfTheEnabledGroups) {
   l.effects.dropShadow.on = true;
   l.effects.dropShadow.offsetX = -10;
   l.effects.dropShadow.offsetY = 4;
-  l.effects.dropShadow.blur = 3;
+  l.effects.dropShadow.size = 3;
   EXPECT_EQ(EffectMargin(l), 15);
-  l.effects.dropShadow.blur = -40;  // never below 0
+  l.effects.dropShadow.size = -40;  // never below 0
   EXPECT_EQ(EffectMargin(l), 0);
   l.effects.dropShadow.on = false;
   l.effects.outerGlow.on = true;
@@ -147,6 +162,14 @@ TEST(EffectMargins, LargestReachOfTheEnabledGroups) {
   l.effects.innerGlow.on = true;
   l.effects.innerGlow.size = 1;
   EXPECT_EQ(EffectMargin(l), 3);
+  l.effects = {};
+  l.effects.bloom.on = true;  // extreme values from a file are capped, not wrapped
+  l.effects.bloom.spread = 2147483647;
+  EXPECT_EQ(EffectMargin(l), kMaxEffectMargin);
+  l.effects = {};
+  l.effects.dropShadow.on = true;
+  l.effects.dropShadow.offsetX = -2147483647 - 1;
+  EXPECT_EQ(EffectMargin(l), kMaxEffectMargin);
   l.effects = {};
   l.effects.colorOverlay.on = true;
   l.effects.gradientOverlay.on = true;
