@@ -29,5 +29,12 @@ bench: deps
 	@cmake --build --preset native-release
 	@tools/run-benchmarks build/native-release/bin
 
+# The native tavora-cli, optimised, at build/bin/tavora-cli for scripts.
+cli: deps
+	@cmake --preset native-release >/dev/null
+	@cmake --build --preset native-release --target tavora-cli
+	@mkdir -p build/bin && cp build/native-release/bin/tavora-cli build/bin/tavora-cli
+	@echo "build/bin/tavora-cli"
+
 clean:
 	rm -rf build

@@ -1,0 +1,160 @@
+#include "cli/cli.h"
+
+#include <filesystem>
+#include <memory>
+
+#include "app/unicode.h"
+#include "document/blend.h"
+#include "document/layer_commands.h"
+#include "formats/layered_format.h"
+
+namespace tavora {
+namespace {
+
+constexpr const char* kUsage =
+    "usage: tavora-cli info [--json] FILE\n"
+    "       tavora-cli convert [--flatten] IN OUT\n";
+
+std::filesystem::path ToPath(const std::u16string& arg) { return std::filesystem::path(arg); }
+
+std::string PathText(const std::filesystem::path& p) { return Utf16ToUtf8(p.u16string()); }
+
+// The reader the file's extension selects; null when none fits or it fails.
+std::unique_ptr<Document> OpenDocument(const std::filesystem::path& path) {
+  std::unique_ptr<Document> doc;
+  if (IsLayeredExtension(path)) doc = ReadLayeredDocument(path);
+  if (doc) {
+    doc->path = path;
+    SetTitle(*doc);
+  }
+  return doc;
+}
+
+bool SaveDocument(const Document& doc, const std::filesystem::path& path) {
+  if (IsLayeredExtension(path)) return WriteLayeredDocument(doc, path);
+  return false;
+}
+
+std::vector<const char*> EnabledEffects(const Layer& layer) {
+  const LayerEffects& e = layer.effects;
+  std::vector<const char*> names;
+  if (e.dropShadow.on) names.push_back("Drop Shadow");
+  if (e.outerGlow.on) names.push_back("Outer Glow");
+  if (e.innerGlow.on) names.push_back("Inner Glow");
+  if (e.bevel.on) names.push_back("Bevel");
+  if (e.colorOverlay.on) names.push_back("Color Overlay");
+  if (e.gradientOverlay.on) names.push_back("Gradient Overlay");
+  if (e.stroke.on) names.push_back("Stroke");
+  if (e.bloom.on) names.push_back("Bloom");
+  return names;
+}
+
+std::string JsonString(std::string_view utf8) {
+  std::string s = "\"";
+  for (char c : utf8) {
+    const auto u = static_cast<unsigned char>(c);
+    if (c == '"' || c == '\\') {
+      s += '\\';
+      s += c;
+    } else if (u < 0x20) {
+      static const char kHex[] = "0123456789abcdef";
+      s += "\\u00";
+      s += kHex[u >> 4];
+      s += kHex[u & 15];
+    } else {
+      s += c;
+    }
+  }
+  return s + "\"";
+}
+
+std::string InfoText(const Document& doc) {
+  std::string s;
+  s += "Size: " + std::to_string(doc.width) + " x " + std::to_string(doc.height) + "\n";
+  s += "DPI: " + std::to_string(doc.dpi) + "\n";
+  s += "Colors: " + std::to_string(doc.colorCount) + "\n";
+  s += "Active layer: " + std::to_string(doc.active) + "\n";
+  s += "Layers (bottom first): " + std::to_string(doc.LayerCount()) + "\n";
+  for (int32_t i = 0; i < doc.LayerCount(); ++i) {
+    const Layer& l = doc.layers[i];
+    s += "  " + std::to_string(i) + ": \"" + Utf16ToUtf8(l.Name()) + "\"";
+    s += l.visible ? ", visible" : ", hidden";
+    s += ", opacity " + std::to_string(l.opacity);
+    s += ", " + Utf16ToUtf8(BlendModeName(l.blendMode));
+    if (l.opaqueBackground) s += ", Background";
+    const auto effects = EnabledEffects(l);
+    s += ", effects: ";
+    if (effects.empty()) s += "none";
+    for (std::size_t k = 0; k < effects.size(); ++k) s += (k ? ", " : "") + std::string(effects[k]);
+    s += "\n";
+  }
+  return s;
+}
+
+std::string InfoJson(const Document& doc) {
+  std::string s = "{";
+  s += "\"width\":" + std::to_string(doc.width) + ",\"height\":" + std::to_string(doc.height);
+  s += ",\"dpi\":" + std::to_string(doc.dpi) + ",\"colors\":" + std::to_string(doc.colorCount);
+  s += ",\"active\":" + std::to_string(doc.active) + ",\"layers\":[";
+  for (int32_t i = 0; i < doc.LayerCount(); ++i) {
+    const Layer& l = doc.layers[i];
+    if (i) s += ",";
+    s += "{\"name\":" + JsonString(Utf16ToUtf8(l.Name()));
+    s += std::string(",\"visible\":") + (l.visible ? "true" : "false");
+    s += ",\"opacity\":" + std::to_string(l.opacity);
+    s += ",\"blend\":" + JsonString(Utf16ToUtf8(BlendModeName(l.blendMode)));
+    s += std::string(",\"background\":") + (l.opaqueBackground ? "true" : "false");
+    s += ",\"effects\":[";
+    const auto effects = EnabledEffects(l);
+    for (std::size_t k = 0; k < effects.size(); ++k) s += (k ? "," : "") + JsonString(effects[k]);
+    s += "]}";
+  }
+  return s + "]}\n";
+}
+
+int Usage(std::string& err) {
+  err += kUsage;
+  return kCliUsage;
+}
+
+int CannotOpen(const std::filesystem::path& path, std::string& err) {
+  err += "This file could not be opened.\n" + PathText(path) + "\n";
+  return kCliCannotOpen;
+}
+
+}  // namespace
+
+int RunCli(const std::vector<std::u16string>& args, std::string& out, std::string& err) {
+  if (args.empty()) return Usage(err);
+  const std::u16string& command = args[0];
+  std::vector<std::u16string> operands;
+  bool json = false, flatten = false;
+  for (std::size_t i = 1; i < args.size(); ++i) {
+    if (command == u"info" && args[i] == u"--json") json = true;
+    else if (command == u"convert" && args[i] == u"--flatten") flatten = true;
+    else if (args[i].size() > 1 && args[i][0] == u'-' && args[i][1] == u'-') return Usage(err);
+    else operands.push_back(args[i]);
+  }
+
+  if (command == u"info" && operands.size() == 1) {
+    const auto path = ToPath(operands[0]);
+    auto doc = OpenDocument(path);
+    if (!doc) return CannotOpen(path, err);
+    out += json ? InfoJson(*doc) : InfoText(*doc);
+    return kCliOk;
+  }
+  if (command == u"convert" && operands.size() == 2) {
+    const auto in = ToPath(operands[0]), outPath = ToPath(operands[1]);
+    auto doc = OpenDocument(in);
+    if (!doc) return CannotOpen(in, err);
+    if (flatten) FlattenLayers(*doc);
+    if (!SaveDocument(*doc, outPath)) {
+      err += "The file could not be saved.\n" + PathText(outPath) + "\n";
+      return kCliCannotSave;
+    }
+    return kCliOk;
+  }
+  return Usage(err);
+}
+
+}  // namespace tavora

@@ -1,0 +1,37 @@
+// tavora-cli entry point: arguments in, text out, exit status as documented.
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "app/memory.h"
+#include "app/unicode.h"
+#include "cli/cli.h"
+
+namespace {
+
+int Run(std::vector<std::u16string> args) {
+  tavora::InstallMemoryGuards();
+  std::string out, err;
+  const int status = tavora::RunCli(args, out, err);
+  std::fwrite(out.data(), 1, out.size(), stdout);
+  std::fwrite(err.data(), 1, err.size(), stderr);
+  std::fflush(stdout);
+  return status;
+}
+
+}  // namespace
+
+#ifdef _WIN32
+int wmain(int argc, wchar_t** argv) {
+  std::vector<std::u16string> args;
+  for (int i = 1; i < argc; ++i)
+    args.emplace_back(reinterpret_cast<const char16_t*>(argv[i]));
+  return Run(std::move(args));
+}
+#else
+int main(int argc, char** argv) {
+  std::vector<std::u16string> args;
+  for (int i = 1; i < argc; ++i) args.push_back(tavora::Utf8ToUtf16(argv[i]));
+  return Run(std::move(args));
+}
+#endif

@@ -1,0 +1,125 @@
+#include "cli/cli.h"
+
+#include <gtest/gtest.h>
+
+#include "document/composite.h"
+#include "formats/layered_format.h"
+#include "temp_dir.h"
+
+namespace tavora {
+namespace {
+
+using testing_support::TempDir;
+
+struct Result {
+  int status;
+  std::string out, err;
+};
+
+Result Cli(std::vector<std::u16string> args) {
+  Result r;
+  r.status = RunCli(args, r.out, r.err);
+  return r;
+}
+
+std::u16string U(const std::filesystem::path& p) { return p.u16string(); }
+
+// Background, a half-transparent Multiply layer with a stroke, and a hidden
+// layer named with characters outside ASCII.
+std::unique_ptr<Document> ThreeLayers() {
+  auto doc = CreateDocument(4, 3, 150, 0xFF8080FF, 0);
+  doc->layers.emplace_back(4, 3, u"Ink \"q\"");
+  doc->layers[1].blendMode = 1;
+  doc->layers[1].opacity = 128;
+  doc->layers[1].pixels.Fill(0xFF00FF00);
+  doc->layers[1].effects.stroke.on = true;
+  doc->layers[1].effects.dropShadow.on = true;
+  doc->layers.emplace_back(4, 3, u"\u00C9t\u00E9 \U0001F600");
+  doc->layers[2].visible = false;
+  doc->active = 1;
+  return doc;
+}
+
+TEST(CliInfo, TextAndJsonDescribeEveryLayer) {
+  TempDir dir;
+  ASSERT_TRUE(WriteLayeredDocument(*ThreeLayers(), dir / "d.tvl"));
+  Result text = Cli({u"info", U(dir / "d.tvl")});
+  EXPECT_EQ(text.status, kCliOk);
+  EXPECT_EQ(text.out,
+            "Size: 4 x 3\nDPI: 150\nColors: 16777216\nActive layer: 1\nLayers (bottom first): 3\n"
+            "  0: \"Background\", visible, opacity 255, Normal, Background, effects: none\n"
+            "  1: \"Ink \"q\"\", visible, opacity 128, Multiply, effects: Drop Shadow, Stroke\n"
+            "  2: \"\xC3\x89t\xC3\xA9 \xF0\x9F\x98\x80\", hidden, opacity 255, Normal, effects: none\n");
+  Result json = Cli({u"info", u"--json", U(dir / "d.tvl")});
+  EXPECT_EQ(json.status, kCliOk);
+  EXPECT_EQ(json.out,
+            "{\"width\":4,\"height\":3,\"dpi\":150,\"colors\":16777216,\"active\":1,\"layers\":["
+            "{\"name\":\"Background\",\"visible\":true,\"opacity\":255,\"blend\":\"Normal\","
+            "\"background\":true,\"effects\":[]},"
+            "{\"name\":\"Ink \\\"q\\\"\",\"visible\":true,\"opacity\":128,\"blend\":\"Multiply\","
+            "\"background\":false,\"effects\":[\"Drop Shadow\",\"Stroke\"]},"
+            "{\"name\":\"\xC3\x89t\xC3\xA9 \xF0\x9F\x98\x80\",\"visible\":false,\"opacity\":255,"
+            "\"blend\":\"Normal\",\"background\":false,\"effects\":[]}]}\n");
+}
+
+TEST(CliConvert, CopiesLayersOrFlattensThemLikeFlattenImage) {
+  TempDir dir;
+  auto doc = ThreeLayers();
+  doc->layers[1].effects = {};  // effects are not drawn into a flattened image here
+  ASSERT_TRUE(WriteLayeredDocument(*doc, dir / "in.tvl"));
+  EXPECT_EQ(Cli({u"convert", U(dir / "in.tvl"), U(dir / "copy.KZL")}).status, kCliOk);
+  auto copy = ReadLayeredDocument(dir / "copy.KZL");
+  ASSERT_TRUE(copy);
+  EXPECT_EQ(copy->LayerCount(), 3);
+  EXPECT_EQ(copy->layers[2].Name(), doc->layers[2].Name());
+
+  EXPECT_EQ(Cli({u"convert", u"--flatten", U(dir / "in.tvl"), U(dir / "flat.tvl")}).status, kCliOk);
+  auto flat = ReadLayeredDocument(dir / "flat.tvl");
+  ASSERT_TRUE(flat);
+  ASSERT_EQ(flat->LayerCount(), 1);
+  EXPECT_EQ(flat->layers[0].Name(), u"Background");
+  EXPECT_TRUE(flat->layers[0].opaqueBackground);
+  EXPECT_EQ(flat->layers[0].pixels.At(3, 2), CompositePixel(*doc, 3, 2));
+}
+
+TEST(CliConvert, FlattenClearsTheBackgroundFlagForOneTransparentPixel) {
+  TempDir dir;
+  auto doc = ThreeLayers();
+  doc->layers[0].pixels.At(0, 0) = 0;
+  doc->layers[1].pixels.At(0, 0) = 0;
+  ASSERT_TRUE(WriteLayeredDocument(*doc, dir / "in.tvl"));
+  ASSERT_EQ(Cli({u"convert", u"--flatten", U(dir / "in.tvl"), U(dir / "flat.tvl")}).status, kCliOk);
+  auto flat = ReadLayeredDocument(dir / "flat.tvl");
+  ASSERT_TRUE(flat);
+  EXPECT_FALSE(flat->layers[0].opaqueBackground);
+}
+
+TEST(CliErrors, StatusesMessagesAndNoPartialOutput) {
+  TempDir dir;
+  ASSERT_TRUE(WriteLayeredDocument(*ThreeLayers(), dir / "in.tvl"));
+  Result missing = Cli({u"info", U(dir / "nope.tvl")});
+  EXPECT_EQ(missing.status, kCliCannotOpen);
+  EXPECT_EQ(missing.err, "This file could not be opened.\n" + (dir / "nope.tvl").string() + "\n");
+  EXPECT_TRUE(missing.out.empty());
+  // A format without a reader yet cannot be opened either.
+  EXPECT_EQ(Cli({u"convert", U(dir / "in.png"), U(dir / "o.tvl")}).status, kCliCannotOpen);
+
+  Result unsaved = Cli({u"convert", U(dir / "in.tvl"), U(dir / "no-folder" / "o.tvl")});
+  EXPECT_EQ(unsaved.status, kCliCannotSave);
+  EXPECT_EQ(unsaved.err,
+            "The file could not be saved.\n" + (dir / "no-folder" / "o.tvl").string() + "\n");
+  EXPECT_EQ(Cli({u"convert", U(dir / "in.tvl"), U(dir / "o.bmp")}).status, kCliCannotSave);
+  EXPECT_FALSE(std::filesystem::exists(dir / "o.bmp"));
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path()), {}), 1);
+
+  for (const auto& bad : std::vector<std::vector<std::u16string>>{
+           {}, {u"info"}, {u"info", u"a", u"b"}, {u"convert", u"a"}, {u"frobnicate", u"a"},
+           {u"info", u"--flatten", u"a.tvl"}, {u"convert", u"--json", u"a", u"b"}}) {
+    Result r = Cli(bad);
+    EXPECT_EQ(r.status, kCliUsage);
+    EXPECT_NE(r.err.find("usage: tavora-cli"), std::string::npos);
+  }
+}
+
+}  // namespace
+}  // namespace tavora
