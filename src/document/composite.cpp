@@ -4,12 +4,11 @@
 
 #include "app/row_workers.h"
 #include "document/blend.h"
+#include "document/document_events.h"
 #include "document/layer_effects.h"
 
 namespace tavora {
 namespace {
-
-DocumentChangedHook g_changedHook = nullptr;
 
 // An effect buffer's pixel with its alpha scaled by the layer's opacity.
 inline uint32_t ScaleAlpha(uint32_t p, uint32_t opacity) {
@@ -64,8 +63,6 @@ inline bool Covers(const Surface* s, int32_t x1, int32_t y) {
 
 }  // namespace
 
-void SetDocumentChangedHook(DocumentChangedHook hook) { g_changedHook = hook; }
-
 void CompositeRows(int first, int end, void* context) {
   const auto& ctx = *static_cast<const CompositeRowsContext*>(context);
   const int32_t n = ctx.x1 - ctx.x0;
@@ -100,7 +97,7 @@ void Invalidate(Document& doc, int32_t layerIndex, const Rect& rect) {
     }
   }
   doc.compositeDirty = Union(doc.compositeDirty, area);
-  if (g_changedHook) g_changedHook(doc, area);
+  NotifyAreaChanged(doc, area);
 }
 
 namespace {

@@ -10,7 +10,7 @@ namespace tavora {
 
 // Marks a changed area of layer layerIndex (any index is accepted; an
 // invalid one marks the composite only). A layer with effects on grows the
-// area by its effect margin.
+// area by its effect margin. The observer is told of the grown area.
 void Invalidate(Document& doc, int32_t layerIndex, const Rect& rect);
 
 // Brings the composite up to date.
@@ -38,9 +38,5 @@ struct CompositeRowsContext {
 };
 // Composites rows y0 + first .. y0 + end - 1 of the rectangle; a RowCallback.
 void CompositeRows(int first, int end, void* context);
-
-// Told of every invalidated area, so the canvas can repaint it.
-using DocumentChangedHook = void (*)(Document& doc, const Rect& area);
-void SetDocumentChangedHook(DocumentChangedHook hook);
 
 }  // namespace tavora

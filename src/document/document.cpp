@@ -31,6 +31,7 @@ std::unique_ptr<Document> CreateDocument(int32_t width, int32_t height, int32_t 
   doc->dpi = dpi < 1 ? kDefaultDpi : dpi;
   doc->compositeDirty = doc->Bounds();
   doc->layers.reserve(8);
+  doc->history.states.reserve(32);
 
   Layer background(width, height, u"Background");
   background.pixels.Fill(fillColor);

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "document/history_types.h"
 #include "document/layer.h"
 #include "document/rect.h"
 #include "document/surface.h"
@@ -33,6 +34,9 @@ class Document {
 
   std::optional<SelectionMask> selection;
   Rect selectionBounds;
+
+  HistoryStack history;
+  std::unique_ptr<PendingTileRecord> pendingStroke;
 
   // The flattened image. On the single-layer fast path the composite lives
   // in that layer's own pixels and compositeLayer names it; otherwise it is

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "document/blend.h"
+#include "document/document_events.h"
 
 namespace tavora {
 namespace {
@@ -272,7 +273,9 @@ TEST(CompositeFastPath, OneVisiblePlainLayerServesItsOwnBuffer) {
 TEST(Invalidation, ClampsGrowsByEffectMarginAndTellsTheView) {
   static std::vector<Rect> seen;
   seen.clear();
-  SetDocumentChangedHook([](Document&, const Rect& r) { seen.push_back(r); });
+  DocumentObserver observer;
+  observer.areaChanged = [](Document&, const Rect& r) { seen.push_back(r); };
+  SetDocumentObserver(&observer);
   auto doc = CreateDocument(100, 80, 72, 0xFFFFFFFF, 0);
   doc->compositeDirty = {};
   doc->layers.emplace_back(100, 80, u"glow");
@@ -300,7 +303,7 @@ TEST(Invalidation, ClampsGrowsByEffectMarginAndTellsTheView) {
   doc->compositeDirty = {};
   Invalidate(*doc, 1, {50, 50, 60, 60});
   EXPECT_EQ(doc->compositeDirty, (Rect{50, 50, 60, 60}));
-  SetDocumentChangedHook(nullptr);
+  SetDocumentObserver(nullptr);
 }
 
 TEST(FlatCopies, PlainAndOnAMatte) {
