@@ -14,6 +14,29 @@ std::atomic<uint32_t> g_tempCounter{0};
 
 }  // namespace
 
+std::optional<std::string> ReadWholeFile(const std::filesystem::path& path) {
+  const FileHandle file = OpenFileForReading(path);
+  if (file == kNoFile) return std::nullopt;
+  std::string bytes;
+  char chunk[16384];
+  int64_t got;
+  while ((got = ReadFromFile(file, chunk, sizeof chunk)) > 0) bytes.append(chunk, std::size_t(got));
+  CloseFile(file);
+  if (got < 0) return std::nullopt;
+  return bytes;
+}
+
+bool CopyFileIfAbsent(const std::filesystem::path& from, const std::filesystem::path& to) {
+  const auto bytes = ReadWholeFile(from);
+  if (!bytes) return false;
+  const FileHandle out = CreateNewFile(to);
+  if (out == kNoFile) return false;
+  bool ok = WriteToFile(out, bytes->data(), bytes->size());
+  ok = CloseFile(out) && ok;
+  if (!ok) DeleteFileAt(to);
+  return ok;
+}
+
 FileReader::~FileReader() {
   if (file_ != kNoFile) CloseFile(file_);
 }

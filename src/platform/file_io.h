@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <optional>
+#include <string>
 
 #include "app/memory.h"
 
@@ -26,6 +28,12 @@ bool CloseFile(FileHandle file);
 // Puts `from` in the place of `to`, replacing it in one step.
 bool MoveFileReplacing(const std::filesystem::path& from, const std::filesystem::path& to);
 bool DeleteFileAt(const std::filesystem::path& path);
+
+// A whole (small) file, or nothing when it cannot be read.
+std::optional<std::string> ReadWholeFile(const std::filesystem::path& path);
+// Copies `from` to `to` only when `to` does not exist yet; a failed copy
+// leaves no partial `to` behind.
+bool CopyFileIfAbsent(const std::filesystem::path& from, const std::filesystem::path& to);
 
 // Buffered reading; every read says whether it got all it asked for.
 class FileReader {

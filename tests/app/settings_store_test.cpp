@@ -1,0 +1,223 @@
+#include "app/settings_store.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
+
+#include "platform/file_io.h"
+#include "platform/system_paths.h"
+#include "temp_dir.h"
+
+namespace tavora {
+namespace {
+
+using testing_support::TempDir;
+
+void WriteText(const std::filesystem::path& p, const std::string& text) {
+  std::ofstream(p, std::ios::binary) << text;
+}
+
+std::string ReadText(const std::filesystem::path& p) { return ReadWholeFile(p).value_or("<none>"); }
+
+std::size_t FilesIn(const std::filesystem::path& folder) {
+  return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(folder), {}));
+}
+
+// A program folder that cannot be written to, and an application-data
+// folder inside the test's own folder.
+struct ReadOnlyProgramFolder {
+  static std::filesystem::path appData;
+  static SettingsStore::Places Places() {
+    return {[](const std::filesystem::path&) { return false; },
+            []() -> std::optional<std::filesystem::path> { return appData; }};
+  }
+};
+std::filesystem::path ReadOnlyProgramFolder::appData;
+
+TEST(SettingsStoreLocation, WritableProgramFolderHoldsTheFileFromTheFirstSet) {
+  TempDir dir;
+  SettingsStore store;
+  store.Open(dir.path());
+  EXPECT_EQ(store.Path(), dir / "tavora.ini");
+  EXPECT_EQ(FilesIn(dir.path()), 0u);  // no probe left, nothing written yet
+  store.SetInt(u"View", u"Grid", 1);
+  EXPECT_EQ(ReadText(dir / "tavora.ini"), "[View]\r\nGrid=1\r\n");
+  EXPECT_EQ(FilesIn(dir.path()), 1u);
+}
+
+TEST(SettingsStoreLocation, ReadOnlyProgramFolderCarriesItsFileToAppDataOnce) {
+  TempDir dir;
+  const auto program = dir / "program";
+  std::filesystem::create_directories(program);
+  WriteText(program / "tavora.ini", "[View]\r\nTheme=1\r\n");
+  ReadOnlyProgramFolder::appData = dir / "roaming";
+  std::filesystem::create_directories(ReadOnlyProgramFolder::appData);
+
+  SettingsStore store;
+  store.Open(program, ReadOnlyProgramFolder::Places());
+  EXPECT_EQ(store.Path(), dir / "roaming" / "Tavora" / "tavora.ini");
+  EXPECT_EQ(store.GetInt(u"View", u"Theme", 2), 1);
+  store.SetInt(u"View", u"Theme", 0);
+  EXPECT_EQ(ReadText(program / "tavora.ini"), "[View]\r\nTheme=1\r\n");  // untouched
+
+  SettingsStore later;  // a later run never copies again
+  later.Open(program, ReadOnlyProgramFolder::Places());
+  EXPECT_EQ(later.GetInt(u"View", u"Theme", 2), 0);
+}
+
+TEST(SettingsStoreLocation, LegacyFileIsCarriedForwardWhenThereIsNoOther) {
+  TempDir dir;
+  WriteText(dir / "corvane.ini", "[Recent]\r\nr0=C:\\old.png\r\n");
+  SettingsStore store;
+  store.Open(dir.path());
+  EXPECT_EQ(store.GetString(u"Recent", u"r0"), u"C:\\old.png");
+  EXPECT_EQ(ReadText(dir / "tavora.ini"), "[Recent]\r\nr0=C:\\old.png\r\n");
+  // An existing tavora.ini is never overwritten by the legacy file.
+  WriteText(dir / "tavora.ini", "[Recent]\r\nr0=C:\\new.png\r\n");
+  SettingsStore again;
+  again.Open(dir.path());
+  EXPECT_EQ(again.GetString(u"Recent", u"r0"), u"C:\\new.png");
+}
+
+TEST(SettingsStoreLocation, WithoutAppDataTheCandidateStaysAndWritesFailQuietly) {
+  TempDir dir;
+  const auto missing = dir / "gone";
+  SettingsStore store;
+  store.Open(missing, {[](const std::filesystem::path&) { return false; },
+                       []() -> std::optional<std::filesystem::path> { return std::nullopt; }});
+  EXPECT_EQ(store.Path(), missing / "tavora.ini");
+  store.SetInt(u"View", u"Grid", 1);
+  EXPECT_EQ(store.GetInt(u"View", u"Grid", 5), 5);
+  EXPECT_FALSE(std::filesystem::exists(missing));
+}
+
+TEST(SettingsStoreLocation, TheRealProbeAndAppDataFolder) {
+  TempDir dir;
+  EXPECT_TRUE(FolderIsWritable(dir.path()));
+  EXPECT_EQ(FilesIn(dir.path()), 0u);
+  EXPECT_FALSE(FolderIsWritable(dir / "no-such-folder"));
+  WriteText(dir / "a-file", "x");
+  EXPECT_FALSE(FolderIsWritable(dir / "a-file"));  // a file is no folder to write in
+  const auto appData = RoamingAppDataFolder();
+  ASSERT_TRUE(appData.has_value());
+  EXPECT_FALSE(appData->empty());
+  EXPECT_FALSE(ProgramFolder().empty());
+  EXPECT_TRUE(std::filesystem::is_directory(ProgramFolder()));
+}
+
+// The folder comes from the test fixture as a Unix path.
+std::optional<std::filesystem::path> FixtureFolder(const char* variable) {
+  const char* value = std::getenv(variable);
+  if (!value || !*value) return std::nullopt;
+#ifdef _WIN32
+  std::string path = std::string("Z:") + value;  // Wine shows the Unix root as Z:
+  for (char& c : path)
+    if (c == '/') c = '\\';
+  return std::filesystem::path(path);
+#else
+  return std::filesystem::path(value);
+#endif
+}
+
+TEST(SettingsStoreLocation, ARealReadOnlyProgramFolderSendsTheFileToAppData) {
+  const auto program = FixtureFolder("TAVORA_READONLY_FOLDER");
+  if (!program || !std::filesystem::exists(*program / "tavora.ini"))
+    GTEST_SKIP() << "this system could not make a read-only folder";
+  EXPECT_FALSE(FolderIsWritable(*program));
+  TempDir dir;
+  ReadOnlyProgramFolder::appData = dir / "roaming";
+  SettingsStore store;
+  // The real probe, with the application-data folder kept inside the test.
+  store.Open(*program, {&FolderIsWritable, []() -> std::optional<std::filesystem::path> {
+                          return ReadOnlyProgramFolder::appData;
+                        }});
+  EXPECT_EQ(store.Path(), dir / "roaming" / "Tavora" / "tavora.ini");
+  EXPECT_EQ(store.GetInt(u"View", u"Theme", 2), 1);  // carried forward
+  store.SetInt(u"View", u"Grid", 1);
+  EXPECT_EQ(store.GetInt(u"View", u"Grid", 0), 1);
+  EXPECT_EQ(FilesIn(*program), 1u);  // no probe file left behind either
+}
+
+TEST(SettingsStoreValues, BeforeOpenEveryGetIsItsDefaultAndSetsDoNothing) {
+  SettingsStore store;
+  EXPECT_FALSE(store.Ready());
+  EXPECT_EQ(store.GetInt(u"View", u"Grid", 0), 0);
+  EXPECT_EQ(store.GetInt(u"View", u"Grid", 7), 7);
+  EXPECT_EQ(store.GetString(u"Paths", u"LastDir", u"C:\\"), u"C:\\");
+  store.SetInt(u"View", u"Grid", 1);  // must not reach any file
+  EXPECT_TRUE(store.Path().empty());
+}
+
+TEST(SettingsStoreValues, TypedValuesReadAsTheSystemReadsThem) {
+  TempDir dir;
+  WriteText(dir / "tavora.ini",
+            "[Tool Brush]\r\nsize= 42px\r\nneg=-17\r\nword=abc\r\nhuge=99999999999\r\n"
+            "name=Caf\xC3\xA9 au lait\r\n");
+  SettingsStore store;
+  store.Open(dir.path());
+  EXPECT_EQ(store.GetInt(u"tool brush", u"SIZE", 1), 42);
+  EXPECT_EQ(store.GetInt(u"Tool Brush", u"neg", 1), -17);
+  EXPECT_EQ(store.GetInt(u"Tool Brush", u"word", 1), 0);  // present but no digits
+  EXPECT_EQ(store.GetInt(u"Tool Brush", u"huge", 1), INT32_MAX);
+  EXPECT_EQ(store.GetInt(u"Tool Brush", u"missing", 9), 9);
+  EXPECT_EQ(store.GetString(u"Tool Brush", u"name"), u"Caf\u00E9 au lait");
+  EXPECT_EQ(store.GetString(u"Tool Brush", u"name", u"", 4), u"Caf\u00E9");
+  EXPECT_EQ(store.GetString(u"Tool Brush", u"none", u"dflt"), u"dflt");
+  store.SetInt(u"Tool Brush", u"neg", -2147483647 - 1);
+  EXPECT_EQ(store.GetInt(u"Tool Brush", u"neg", 0), -2147483647 - 1);
+  store.SetString(u"Paths", u"LastDir", u"D:\\\u4E2D");
+  EXPECT_EQ(store.GetString(u"paths", u"lastdir"), u"D:\\\u4E2D");
+}
+
+TEST(SettingsStoreValues, AFailedWriteLeavesTheFileAsItWas) {
+  TempDir dir;
+  SettingsStore store;
+  store.Open(dir.path());
+  store.SetInt(u"View", u"Grid", 1);
+  const std::string before = ReadText(dir / "tavora.ini");
+  SafeFileWriter::FailWritesAfterForTesting(0);
+  store.SetInt(u"View", u"Ruler", 1);
+  SafeFileWriter::FailWritesAfterForTesting(-1);
+  EXPECT_EQ(ReadText(dir / "tavora.ini"), before);
+  EXPECT_EQ(FilesIn(dir.path()), 1u);
+}
+
+TEST(SettingsStoreReset, ClearSectionsAndResetKeepExactlyWhatTheyMust) {
+  TempDir dir;
+  WriteText(dir / "tavora.ini",
+            "[Recent]\r\nr0=a.png\r\n[paths]\r\nLastDir=C:\\\r\n[Window]\r\nX=5\r\nMax=1\r\n"
+            "[View]\r\nTheme=1\r\nGrid=1\r\nSmooth=0\r\nStartBrowse=0\r\n"
+            "[Browse]\r\nShowHidden=0\r\nSort=2\r\n[External]\r\nPhotoshop=C:\\ps.exe\r\n"
+            "[Tool Brush]\r\nsize=99\r\n[Dlg Gaussian Blur]\r\nc0=7\r\n[History]\r\nPanel=0\r\n");
+  SettingsStore store;
+  store.Open(dir.path());
+  store.ResetAll();
+  EXPECT_EQ(store.GetString(u"Recent", u"r0"), u"a.png");
+  EXPECT_EQ(store.GetString(u"Paths", u"LastDir"), u"C:\\");
+  EXPECT_EQ(store.GetInt(u"Window", u"X", 0), 5);
+  EXPECT_EQ(store.GetInt(u"Window", u"Max", 0), 1);
+  // The Settings window's own values survive; their neighbours do not.
+  EXPECT_EQ(store.GetInt(u"View", u"Grid", 0), 1);
+  EXPECT_EQ(store.GetInt(u"View", u"StartBrowse", 1), 0);
+  EXPECT_EQ(store.GetInt(u"Browse", u"ShowHidden", 1), 0);
+  EXPECT_EQ(store.GetInt(u"Browse", u"Sort", -1), -1);
+  EXPECT_EQ(store.GetString(u"External", u"Photoshop"), u"C:\\ps.exe");
+  EXPECT_EQ(store.GetString(u"External", u"Upscayl", u"absent"), u"absent");  // absent stays absent
+  EXPECT_EQ(store.GetInt(u"View", u"Ruler", -1), -1);
+  EXPECT_EQ(store.GetInt(u"Tool Brush", u"size", -1), -1);
+  EXPECT_EQ(store.GetInt(u"Dlg Gaussian Blur", u"c0", -1), -1);
+  // First-launch view values.
+  EXPECT_EQ(store.GetInt(u"View", u"Theme", -1), 2);
+  EXPECT_EQ(store.GetInt(u"View", u"Smooth", -1), 1);
+  EXPECT_EQ(store.GetInt(u"History", u"Panel", -1), 1);
+
+  store.ClearSections({u"WINDOW"});
+  EXPECT_EQ(store.GetInt(u"Window", u"X", 0), 5);
+  EXPECT_EQ(store.GetString(u"Recent", u"r0", u"gone"), u"gone");
+  store.ClearSections({});
+  EXPECT_EQ(store.GetInt(u"Window", u"X", 0), 0);
+}
+
+}  // namespace
+}  // namespace tavora
