@@ -6,6 +6,7 @@
 #include "document/blend.h"
 #include "document/size_limits.h"
 #include "platform/file_io.h"
+#include "platform/system_paths.h"
 
 namespace tavora {
 namespace {
@@ -254,6 +255,10 @@ std::unique_ptr<Document> ReadLayeredDocument(const std::filesystem::path& path)
   const uint32_t width = header[0], height = header[1], count = header[4];
   // Every limit is checked before any pixel is allocated.
   if (!CanvasSizeAllowed(width, height) || count < 1 || count > kMaxLayers) return nullptr;
+  // A run pair fills a whole layer, so a tiny file can ask for a thousand
+  // 250-megapixel layers: refuse what could never fit in this machine.
+  const uint64_t memory = PhysicalMemoryBytes();
+  if (memory && uint64_t(width) * height * 4 * count > memory) return nullptr;
 
   auto doc = std::make_unique<Document>();
   doc->width = static_cast<int32_t>(width);

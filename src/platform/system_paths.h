@@ -17,3 +17,11 @@ bool FolderIsWritable(const std::filesystem::path& folder);
 uint32_t CurrentProcessId();
 
 }  // namespace tavora
+
+namespace tavora {
+
+// The machine's physical memory in bytes, or 0 when unknown. Readers refuse
+// documents that could never fit, rather than ending in the out-of-memory exit.
+uint64_t PhysicalMemoryBytes();
+
+}  // namespace tavora

@@ -33,3 +33,13 @@ bool FolderIsWritable(const std::filesystem::path& folder) {
 }
 
 }  // namespace tavora
+
+namespace tavora {
+
+uint64_t PhysicalMemoryBytes() {
+  const long pages = ::sysconf(_SC_PHYS_PAGES);
+  const long size = ::sysconf(_SC_PAGESIZE);
+  return pages > 0 && size > 0 ? uint64_t(pages) * uint64_t(size) : 0;
+}
+
+}  // namespace tavora

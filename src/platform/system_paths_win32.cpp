@@ -34,3 +34,13 @@ bool FolderIsWritable(const std::filesystem::path& folder) {
 }
 
 }  // namespace tavora
+
+namespace tavora {
+
+uint64_t PhysicalMemoryBytes() {
+  MEMORYSTATUSEX status{};
+  status.dwLength = sizeof status;
+  return GlobalMemoryStatusEx(&status) ? status.ullTotalPhys : 0;
+}
+
+}  // namespace tavora

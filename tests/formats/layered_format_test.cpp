@@ -264,6 +264,17 @@ TEST(LayeredFormatRejects, HeadersRunsAndMagics) {
   EXPECT_FALSE(ReadLayeredDocument(dir.path()));  // a folder
 }
 
+TEST(LayeredFormatRejects, DocumentsLargerThanTheMachineAreRefusedBeforeAllocating) {
+  TempDir dir;
+  // 1000 layers of 250 megapixels: 1 TB of pixels from a 150 kB file.
+  Bytes b = Header(25000, 10000, 1000);
+  for (int i = 0; i < 1000; ++i) {
+    const Bytes layer = Kzl1Layer({250000000u, 0});
+    b.insert(b.end(), layer.begin(), layer.end());
+  }
+  EXPECT_FALSE(Opens(dir, b));
+}
+
 TEST(LayeredFormatRejects, LargeButLegalHeaderIsAccepted) {
   TempDir dir;
   Bytes b = Header(25000, 10000, 1, -1);
