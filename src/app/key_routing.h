@@ -1,0 +1,26 @@
+#pragma once
+// Where a key press goes: text boxes first, then the tool keys, then the
+// accelerator table. Portable so the order can be tested without a window.
+#include <string_view>
+
+namespace tavora {
+
+struct KeyPress {
+  bool plainKeyDown = true;   // a key-down, not a system key-down
+  bool arrowKey = false;
+  std::u16string_view focusClass;  // window class of the focused window
+  bool focusIsCanvas = false;
+  bool focusInMainWindow = false;  // the focused window belongs to the main window
+  bool moveToolActive = false;
+  bool documentActive = false;
+  bool topLevelIsMain = false;     // the message's top-level window is the main window
+};
+
+struct KeyRoute {
+  bool offerToTool = false;       // offer to the tool key handler first; consumed if taken
+  bool useAccelerators = false;   // then translate through the accelerator table
+};
+
+KeyRoute RouteKey(const KeyPress& key);
+
+}  // namespace tavora
