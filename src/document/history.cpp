@@ -138,7 +138,9 @@ void SaveTiles(Document& doc, const Rect& area) {
   PendingTileRecord* rec = doc.pendingStroke.get();
   if (!rec || rec->layerIndex >= doc.LayerCount()) return;
   const Surface& pixels = doc.layers[rec->layerIndex].pixels;
-  const Rect r = Intersect(area, {0, 0, pixels.Width(), pixels.Height()});
+  // Within the layer and within the grid made when the stroke began.
+  const Rect r = Intersect(Intersect(area, {0, 0, pixels.Width(), pixels.Height()}),
+                           {0, 0, rec->columns * kHistoryTileSize, rec->rows * kHistoryTileSize});
   if (r.Empty()) return;
   for (int32_t row = r.y0 / kHistoryTileSize; row <= (r.y1 - 1) / kHistoryTileSize; ++row) {
     for (int32_t col = r.x0 / kHistoryTileSize; col <= (r.x1 - 1) / kHistoryTileSize; ++col) {
@@ -166,12 +168,13 @@ void SaveSelection(Document& doc) {
 }
 
 uint32_t PixelBeforeStroke(const Document& doc, int32_t x, int32_t y) {
+  if (doc.layers.empty()) return 0;
   const PendingTileRecord* rec = doc.pendingStroke.get();
   const int32_t index = rec ? rec->layerIndex : std::clamp(doc.active, 0, doc.LayerCount() - 1);
   if (index < 0 || index >= doc.LayerCount()) return 0;
   const Surface& pixels = doc.layers[index].pixels;
   if (x < 0 || y < 0 || x >= pixels.Width() || y >= pixels.Height()) return 0;
-  if (rec) {
+  if (rec && x < rec->columns * kHistoryTileSize && y < rec->rows * kHistoryTileSize) {
     const TileBlock& cell =
         rec->grid[(y / kHistoryTileSize) * rec->columns + x / kHistoryTileSize];
     if (cell) return cell[(y % kHistoryTileSize) * kHistoryTileSize + x % kHistoryTileSize];

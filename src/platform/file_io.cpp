@@ -1,6 +1,7 @@
 #include "platform/file_io.h"
 
 #include <atomic>
+#include <cstdio>
 #include <cstring>
 #include <string>
 
@@ -75,12 +76,14 @@ SafeFileWriter::~SafeFileWriter() {
 }
 
 bool SafeFileWriter::Open() {
-  // Beside the target, so the final replace stays on one volume.
-  const std::u16string base = u"~" + target_.filename().u16string() + u".tavora-";
+  // Beside the target, so the final replace stays on one volume; a short
+  // name of its own, so a target name near the length limit still saves.
   for (int attempt = 0; attempt < 100 && file_ == kNoFile; ++attempt) {
-    const std::string n = std::to_string(g_tempCounter.fetch_add(1) ^ static_cast<uint32_t>(
-                                             reinterpret_cast<uintptr_t>(this) >> 4));
-    temp_ = target_.parent_path() / (base + std::u16string(n.begin(), n.end()) + u".tmp");
+    const uint32_t n = g_tempCounter.fetch_add(1) * 2654435761u ^
+                       static_cast<uint32_t>(reinterpret_cast<uintptr_t>(this) >> 4);
+    char name[24];
+    std::snprintf(name, sizeof name, "~tv%08x.tmp", n);
+    temp_ = target_.parent_path() / name;
     file_ = CreateNewFile(temp_);
   }
   if (file_ == kNoFile) {

@@ -1,7 +1,8 @@
 #pragma once
 // Files by wide-character path, and a writer that never leaves the user's
-// file half-written: it writes a temporary file beside the target, flushes
-// it to the disk and only then puts it in the target's place.
+// file half-written: it writes a temporary file ("~tvXXXXXXXX.tmp") beside
+// the target, flushes it to the disk and only then puts it in the target's
+// place.
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>

@@ -139,16 +139,6 @@ TEST(SettingsStoreLocation, ARealReadOnlyProgramFolderSendsTheFileToAppData) {
   EXPECT_EQ(FilesIn(*program), 1u);  // no probe file left behind either
 }
 
-TEST(SettingsStoreValues, BeforeOpenEveryGetIsItsDefaultAndSetsDoNothing) {
-  SettingsStore store;
-  EXPECT_FALSE(store.Ready());
-  EXPECT_EQ(store.GetInt(u"View", u"Grid", 0), 0);
-  EXPECT_EQ(store.GetInt(u"View", u"Grid", 7), 7);
-  EXPECT_EQ(store.GetString(u"Paths", u"LastDir", u"C:\\"), u"C:\\");
-  store.SetInt(u"View", u"Grid", 1);  // must not reach any file
-  EXPECT_TRUE(store.Path().empty());
-}
-
 TEST(SettingsStoreValues, TypedValuesReadAsTheSystemReadsThem) {
   TempDir dir;
   WriteText(dir / "tavora.ini",

@@ -134,6 +134,18 @@ TEST(HistoryTiles, EdgeTilesExchangeOnlyTheirPartAndTwiceRestoresBoth) {
   EXPECT_TRUE(SamePixels(pixels, before));
 }
 
+TEST(HistoryTiles, ALayerThatGrewDuringAStrokeStaysWithinTheGrid) {
+  auto doc = Doc(70, 70);  // a 2 x 2 grid
+  BeginTiles(*doc, 1, u"Brush");
+  doc->layers[1] = Layer(300, 300, u"grown");
+  SaveTiles(*doc, {0, 0, 300, 300});
+  EXPECT_EQ(doc->pendingStroke->order, (std::vector<int32_t>{0, 1, 2, 3}));
+  EXPECT_EQ(PixelBeforeStroke(*doc, 250, 250), 0u);
+  doc->layers.clear();
+  doc->pendingStroke.reset();
+  EXPECT_EQ(PixelBeforeStroke(*doc, 0, 0), 0u);  // no layers at all
+}
+
 TEST(HistoryTiles, PixelsBeforeTheStrokeComeFromSavedTilesOnly) {
   auto doc = Doc();
   doc->layers[1].pixels.Fill(0x11111111);

@@ -251,9 +251,24 @@ TEST(LayeredFormatRejects, HeadersRunsAndMagics) {
   EXPECT_FALSE(Opens(dir, withLayer(Header(4, 1), Kzl1Layer({3, 0}))));        // short
   EXPECT_FALSE(Opens(dir, withLayer(Header(0, 1), Kzl1Layer({}))));
   EXPECT_FALSE(Opens(dir, withLayer(Header(30001, 1), Kzl1Layer({30001, 0}))));
-  EXPECT_FALSE(Opens(dir, Header(30000, 9000)));  // 270 megapixels
+  // 270 megapixels, with a whole layer after it: only the limit refuses it.
+  EXPECT_FALSE(Opens(dir, withLayer(Header(30000, 9000), Kzl1Layer({270000000u, 0}))));
   EXPECT_FALSE(Opens(dir, withLayer(Header(1, 1, 0), {})));
-  EXPECT_FALSE(Opens(dir, withLayer(Header(1, 1, 1001), Kzl1Layer({1, 0}))));
+  // 1000 layers open, 1001 complete ones do not.
+  Bytes many = Header(1, 1, 1000, 7);
+  for (int i = 0; i < 1001; ++i) {
+    const Bytes layer = Kzl1Layer({1, uint32_t(i)});
+    many.insert(many.end(), layer.begin(), layer.end());
+  }
+  WriteAll(dir / "many.tvl", many);
+  auto thousand = ReadLayeredDocument(dir / "many.tvl");
+  ASSERT_TRUE(thousand);
+  EXPECT_EQ(thousand->LayerCount(), 1000);
+  EXPECT_EQ(thousand->active, 7);
+  EXPECT_EQ(thousand->layers[999].pixels.At(0, 0), 999u);
+  many[20] = 0xE9;  // layer count 1001 (0x3E9)
+  many[21] = 0x03;
+  EXPECT_FALSE(Opens(dir, many));
   Bytes bad = withLayer(Header(1, 1), Kzl1Layer({1, 0}));
   bad[3] = '5';
   EXPECT_FALSE(Opens(dir, bad));
@@ -273,6 +288,28 @@ TEST(LayeredFormatRejects, DocumentsLargerThanTheMachineAreRefusedBeforeAllocati
     b.insert(b.end(), layer.begin(), layer.end());
   }
   EXPECT_FALSE(Opens(dir, b));
+}
+
+TEST(LayeredFormatRejects, ActiveIndexIsClampedIntoTheLayers) {
+  TempDir dir;
+  for (auto [stored, expected] : {std::pair{7, 2}, std::pair{-1, 0}, std::pair{1, 1}}) {
+    Bytes b = Header(1, 1, 3, stored);
+    for (int i = 0; i < 3; ++i) {
+      const Bytes layer = Kzl1Layer({1, 0});
+      b.insert(b.end(), layer.begin(), layer.end());
+    }
+    WriteAll(dir / "a.tvl", b);
+    auto doc = ReadLayeredDocument(dir / "a.tvl");
+    ASSERT_TRUE(doc);
+    EXPECT_EQ(doc->active, expected) << stored;
+  }
+}
+
+TEST(LayeredFormatSaving, NamesNearTheLengthLimitSave) {
+  TempDir dir;
+  const std::string name = std::string(240, 'a') + ".tvl";
+  ASSERT_TRUE(WriteLayeredDocument(*SmallDoc(), dir / name));
+  EXPECT_TRUE(ReadLayeredDocument(dir / name));
 }
 
 TEST(LayeredFormatRejects, LargeButLegalHeaderIsAccepted) {
