@@ -137,6 +137,7 @@ static_assert(std::size(kAccelerators) == 45);
 // The commands whose feature has landed. Every other command stays greyed.
 constexpr int32_t kLanded[] = {
     kCmdExit, kCmdUndo, kCmdRedo, kCmdFlattenImage, kCmdFlattenLayers, kCmdAbout,
+    kCmdThemeSystem, kCmdThemeLight, kCmdThemeDark,
 };
 
 // What each command needs beyond having landed.

@@ -387,6 +387,12 @@ int RunTavora(HINSTANCE instance, int showFlag) {
     ShowWindow(g.main, showFlag != 0 ? showFlag : SW_SHOW);
   }
   UpdateWindow(g.main);
+  // The splash stays in front of the new window until its time is up.
+  if (g.splash) {
+    constexpr UINT kKeep = SWP_NOMOVE | SWP_NOSIZE | SWP_NOACTIVATE | SWP_SHOWWINDOW;
+    SetWindowPos(g.splash, HWND_NOTOPMOST, 0, 0, 0, 0, kKeep);
+    SetWindowPos(g.splash, HWND_TOPMOST, 0, 0, 0, 0, kKeep);
+  }
 
   RefreshMenus();
   const DWORD shown = GetTickCount() - splashShown;
