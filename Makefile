@@ -28,8 +28,10 @@ bench: deps
 	@cmake --build --preset native-release
 	@tools/run-benchmarks build/native-release/bin
 
+# tavora.exe, also left at build/bin/tavora.exe.
 exe: win64
-	@echo build/win64/bin/tavora.exe
+	@mkdir -p build/bin && cp build/win64/bin/tavora.exe build/bin/tavora.exe
+	@echo build/bin/tavora.exe
 
 # The native tavora-cli, optimised, at build/bin/tavora-cli for scripts.
 cli: deps
