@@ -6,7 +6,7 @@
 #include "app/unicode.h"
 #include "document/blend.h"
 #include "document/layer_commands.h"
-#include "formats/layered_format.h"
+#include "formats/file_formats.h"
 
 namespace tavora {
 namespace {
@@ -21,18 +21,11 @@ std::string PathText(const std::filesystem::path& p) { return Utf16ToUtf8(p.u16s
 
 // The reader the file's extension selects; null when none fits or it fails.
 std::unique_ptr<Document> OpenDocument(const std::filesystem::path& path) {
-  std::unique_ptr<Document> doc;
-  if (IsLayeredExtension(path)) doc = ReadLayeredDocument(path);
-  if (doc) {
-    doc->path = path;
-    SetTitle(*doc);
-  }
-  return doc;
+  return ReadDocumentFile(path);
 }
 
-bool SaveDocument(const Document& doc, const std::filesystem::path& path) {
-  if (IsLayeredExtension(path)) return WriteLayeredDocument(doc, path);
-  return false;
+bool SaveDocument(Document& doc, const std::filesystem::path& path) {
+  return WriteDocumentFile(doc, path, EncodeOptionsFor(path, doc));
 }
 
 std::vector<const char*> EnabledEffects(const Layer& layer) {

@@ -100,6 +100,14 @@ void SettingsStore::SetString(std::u16string_view section, std::u16string_view k
   Store(path_, ini);
 }
 
+void SettingsStore::SetStrings(std::u16string_view section,
+                               std::span<const std::pair<std::u16string, std::u16string>> values) {
+  if (!ready_) return;
+  IniFile ini = Load(path_);
+  for (const auto& [key, value] : values) ini.Set(section, key, value);
+  Store(path_, ini);
+}
+
 void SettingsStore::ClearSections(std::initializer_list<std::u16string_view> keep) {
   if (!ready_) return;
   IniFile ini = Load(path_);

@@ -8,6 +8,8 @@
 #include <filesystem>
 #include <initializer_list>
 #include <optional>
+#include <span>
+#include <utility>
 #include <string>
 #include <string_view>
 
@@ -34,6 +36,9 @@ class SettingsStore {
   std::u16string GetString(std::u16string_view section, std::u16string_view key,
                            std::u16string_view fallback = {}, std::size_t maxChars = 32767) const;
   void SetString(std::u16string_view section, std::u16string_view key, std::u16string_view value);
+  // Several keys of one section in a single write.
+  void SetStrings(std::u16string_view section,
+                  std::span<const std::pair<std::u16string, std::u16string>> values);
   // Deletes every section not named in `keep` (names compared without
   // regard to case); an empty list deletes every section.
   void ClearSections(std::initializer_list<std::u16string_view> keep);

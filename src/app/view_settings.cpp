@@ -14,11 +14,6 @@ ViewSettings ReadViewSettings(SettingsStore& settings) {
   if (theme != stored) settings.SetInt(u"View", u"Theme", theme);
   v.theme = static_cast<Theme>(theme);
   v.lastDir = settings.GetString(u"Paths", u"LastDir", u"", 260);
-  for (int i = 0; i < 8; ++i) {
-    const std::u16string key = u"r" + std::u16string(1, char16_t(u'0' + i));
-    std::u16string path = settings.GetString(u"Recent", key, u"", 260);
-    if (!path.empty()) v.recent.push_back(std::move(path));
-  }
   return v;
 }
 

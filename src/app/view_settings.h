@@ -2,7 +2,6 @@
 // What the shell reads from the settings at start-up.
 #include <cstdint>
 #include <string>
-#include <vector>
 
 #include "app/settings_store.h"
 
@@ -15,7 +14,6 @@ struct ViewSettings {
   bool grid = false;
   Theme theme = Theme::Dark;
   std::u16string lastDir;
-  std::vector<std::u16string> recent;  // newest first, at most 8
 };
 
 // "View" / "Theme" is clamped to 0..2 and written back whenever the stored

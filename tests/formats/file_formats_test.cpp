@@ -1,0 +1,219 @@
+#include "formats/file_formats.h"
+
+#include <gtest/gtest.h>
+
+#include "formats/layered_format.h"
+#include "temp_dir.h"
+
+namespace tavora {
+namespace {
+
+using testing_support::TempDir;
+
+TEST(FileTables, SixteenExtensionsOpenAndEachHasItsReader) {
+  int supported = 0;
+  for (const char* ext : {".png", ".jpg", ".jpeg", ".jpe", ".jfif", ".bmp", ".dib", ".gif", ".tif",
+                          ".tiff", ".ico", ".webp", ".hdr", ".tvl", ".kzl", ".psd"}) {
+    EXPECT_TRUE(IsSupportedExtension(std::string("a") + ext)) << ext;
+    ++supported;
+  }
+  EXPECT_EQ(supported, 16);
+  EXPECT_TRUE(IsSupportedExtension("C:\\x\\PHOTO.JPG"));
+  EXPECT_FALSE(IsSupportedExtension("a.pic"));  // an HDR name, but not in the open list
+  EXPECT_FALSE(IsSupportedExtension("a.txt"));
+  EXPECT_FALSE(IsSupportedExtension("png"));
+  EXPECT_EQ(ClassifyFile("a.KZL"), FileClass::NativeLayered);
+  EXPECT_EQ(ClassifyFile("a.psd"), FileClass::Photoshop);
+  EXPECT_EQ(ClassifyFile("a.pic"), FileClass::RadianceHdr);
+  EXPECT_EQ(ClassifyFile("a.HDR"), FileClass::RadianceHdr);
+  EXPECT_EQ(ClassifyFile("a.webp"), FileClass::SystemCodec);
+  EXPECT_EQ(ClassifyFile("a.dib"), FileClass::SystemCodec);
+}
+
+TEST(FileTables, DialogFiltersInOrder) {
+  ASSERT_EQ(OpenFilters().size(), 11u);
+  EXPECT_EQ(OpenFilters()[0].pattern,
+            u"*.png;*.jpg;*.jpeg;*.jpe;*.jfif;*.bmp;*.gif;*.tif;*.tiff;*.ico;*.webp;*.hdr;*.tvl;*.kzl;*.psd");
+  EXPECT_EQ(OpenFilters()[9].label, u"Tavora layered");
+  EXPECT_EQ(OpenFilters()[10].pattern, u"*.*");
+  ASSERT_EQ(SaveFilters().size(), 7u);
+  EXPECT_EQ(SaveFilters()[1].label, u"JPEG (*.jpg)");
+  EXPECT_EQ(SaveFilters()[6].extension, u".tvl");
+}
+
+TEST(SaveNames, ProposalsExtensionsAndFormatCodes) {
+  auto doc = CreateDocument(4, 4, 72, 0xFFFFFFFF, 0);
+  EXPECT_EQ(DefaultSaveFilterIndex(*doc), 1);
+  EXPECT_EQ(ProposedSaveName(*doc), doc->title + u".png");
+  doc->path = u"C:\\pics\\holiday.photo.jpg";
+  SetTitle(*doc);
+  EXPECT_EQ(ProposedSaveName(*doc), u"holiday.photo.png");
+  doc->layers.emplace_back(4, 4, u"top");
+  EXPECT_EQ(DefaultSaveFilterIndex(*doc), 7);
+  EXPECT_EQ(ProposedSaveName(*doc), u"holiday.photo.tvl");
+
+  EXPECT_EQ(WithSaveExtension("photo", 2), std::filesystem::path("photo.jpg"));
+  EXPECT_EQ(WithSaveExtension("photo.bmp", 2), std::filesystem::path("photo.bmp"));
+  EXPECT_EQ(WithSaveExtension("photo", 0), std::filesystem::path("photo.png"));
+  EXPECT_EQ(WithSaveExtension("photo", 99), std::filesystem::path("photo.tvl"));
+
+  EXPECT_EQ(EncodeOptionsFor("a.JFIF", *doc).format, SaveFormat::Jpeg);
+  EXPECT_EQ(EncodeOptionsFor("a.tiff", *doc).format, SaveFormat::Tiff);
+  EXPECT_EQ(EncodeOptionsFor("a.gif", *doc).format, SaveFormat::Gif);
+  EXPECT_EQ(EncodeOptionsFor("a.webp", *doc).format, SaveFormat::WebP);
+  EXPECT_EQ(EncodeOptionsFor("a.xyz", *doc).format, SaveFormat::Png);
+  EXPECT_EQ(EncodeOptionsFor("a.jpg", *doc).quality, 90);
+  EXPECT_EQ(EncodeOptionsFor("a.gif", *doc).paletteSize, 0);  // full colour
+  doc->colorCount = 16;
+  EXPECT_EQ(EncodeOptionsFor("a.gif", *doc).paletteSize, 16);
+  doc->colorCount = 257;
+  EXPECT_EQ(EncodeOptionsFor("a.gif", *doc).paletteSize, 0);
+  EXPECT_TRUE(AsksForQuality(SaveFormat::WebP));
+  EXPECT_FALSE(AsksForQuality(SaveFormat::Png));
+  EXPECT_TRUE(NeedsOpaqueFlattening(SaveFormat::Bmp));
+  EXPECT_FALSE(NeedsOpaqueFlattening(SaveFormat::Gif));
+}
+
+TEST(SaveNames, TheFlattenWarningComesOnlyForANewNameOfALayeredPicture) {
+  auto doc = CreateDocument(4, 4, 72, 0xFFFFFFFF, 0);
+  EXPECT_FALSE(NeedsFlattenWarning(*doc, "new.png", true));  // one layer
+  doc->layers.emplace_back(4, 4, u"top");
+  EXPECT_TRUE(NeedsFlattenWarning(*doc, "new.png", true));
+  EXPECT_FALSE(NeedsFlattenWarning(*doc, "new.tvl", true));
+  doc->path = "C:/x/New.PNG";  // saved there once already
+  EXPECT_FALSE(NeedsFlattenWarning(*doc, "c:/x/new.png", true));
+  EXPECT_FALSE(NeedsFlattenWarning(*doc, "C:/x/New.PNG", false));  // a quick save
+  EXPECT_TRUE(NeedsFlattenWarning(*doc, "C:/x/other.png", true));
+}
+
+// A codec for the tests: decodes every file to a fixed 3 x 2 picture and
+// records what it was asked to encode.
+struct FakeCodec {
+  static inline Surface encoded;
+  static inline EncodeOptions lastOptions;
+  static inline int32_t lastDpi = 0;
+  static inline int32_t fileDpi = 0;
+  static inline bool fail = false;
+  static std::optional<DecodedImage> Decode(const std::filesystem::path&) {
+    if (fail) return std::nullopt;
+    DecodedImage image{Surface(3, 2), fileDpi};
+    image.pixels.Fill(0xFF102030);
+    image.pixels.At(2, 1) = 0x80FFFFFF;
+    return image;
+  }
+  static bool Encode(const std::filesystem::path&, const Surface& pixels, int32_t dpi,
+                     const EncodeOptions& options) {
+    encoded = pixels;
+    lastDpi = dpi;
+    lastOptions = options;
+    return !fail;
+  }
+  static constexpr SystemCodec kTable{&Decode, &Encode};
+};
+
+class WithFakeCodec : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    FakeCodec::fail = false;
+    FakeCodec::fileDpi = 0;
+    SetSystemCodec(&FakeCodec::kTable);
+  }
+  void TearDown() override { SetSystemCodec(nullptr); }
+};
+
+TEST_F(WithFakeCodec, OpenedPicturesBecomeOneLayerDocuments) {
+  auto doc = ReadDocumentFile("C:\\pics\\Cat.PNG");
+  ASSERT_TRUE(doc);
+  EXPECT_EQ(doc->width, 3);
+  EXPECT_EQ(doc->dpi, 72);  // the file gave none
+  EXPECT_EQ(doc->title, u"Cat.PNG");
+  EXPECT_EQ(doc->path, std::filesystem::path("C:\\pics\\Cat.PNG"));
+  EXPECT_FALSE(doc->modified);
+  ASSERT_EQ(doc->LayerCount(), 1);
+  EXPECT_EQ(doc->layers[0].Name(), u"Background");
+  EXPECT_FALSE(doc->layers[0].opaqueBackground);  // one half-transparent pixel
+  EXPECT_EQ(doc->layers[0].pixels.At(2, 1), 0x80FFFFFFu);
+  FakeCodec::fileDpi = 300;
+  EXPECT_EQ(ReadDocumentFile("a.jpg")->dpi, 300);
+  FakeCodec::fail = true;
+  EXPECT_FALSE(ReadDocumentFile("a.png"));
+  FakeCodec::fail = false;
+  // Readers that are not part of the program yet refuse cleanly.
+  EXPECT_FALSE(ReadDocumentFile("a.psd"));
+  EXPECT_FALSE(ReadDocumentFile("a.hdr"));
+  SetSystemCodec(nullptr);
+  EXPECT_FALSE(ReadDocumentFile("a.png"));
+}
+
+TEST_F(WithFakeCodec, FlatFormatsGetTheFlattenedPictureOpaqueWhereNeeded) {
+  auto doc = CreateDocument(2, 1, 150, 0x00000000, 0);
+  doc->layers[0].pixels.At(0, 0) = 0x80FF0000;
+  doc->layers.emplace_back(2, 1, u"top");
+  doc->layers[1].pixels.At(1, 0) = 0xFF00FF00;
+  EncodeOptions png = EncodeOptionsFor("a.png", *doc);
+  ASSERT_TRUE(WriteDocumentFile(*doc, "a.png", png));
+  EXPECT_EQ(FakeCodec::encoded.At(0, 0), 0x80FF0000u);  // alpha kept
+  EXPECT_EQ(FakeCodec::encoded.At(1, 0), 0xFF00FF00u);
+  EXPECT_EQ(FakeCodec::lastDpi, 150);
+  ASSERT_TRUE(WriteDocumentFile(*doc, "a.jpg", EncodeOptionsFor("a.jpg", *doc)));
+  EXPECT_EQ(FakeCodec::encoded.At(0, 0), 0xFFFF7F7Fu);  // half red on white
+  EXPECT_EQ(FakeCodec::lastOptions.format, SaveFormat::Jpeg);
+  EXPECT_EQ(doc->LayerCount(), 2);  // the document itself keeps its layers
+  FakeCodec::fail = true;
+  EXPECT_FALSE(WriteDocumentFile(*doc, "a.png", png));
+  EXPECT_FALSE(WriteDocumentFile(*doc, "a.psd", png));  // no writer for it
+}
+
+TEST_F(WithFakeCodec, LayeredFilesGoToTheLayeredWriterAsTheyAre) {
+  TempDir dir;
+  auto doc = CreateDocument(2, 2, 72, 0xFF000000, 0);
+  doc->layers.emplace_back(2, 2, u"top");
+  ASSERT_TRUE(WriteDocumentFile(*doc, dir / "a.tvl", EncodeOptionsFor(dir / "a.tvl", *doc)));
+  auto back = ReadDocumentFile(dir / "a.tvl");
+  ASSERT_TRUE(back);
+  EXPECT_EQ(back->LayerCount(), 2);
+  EXPECT_EQ(back->path, dir / "a.tvl");
+}
+
+TEST(RecentFileList, NewestFirstEightAtMostWithoutDuplicates) {
+  TempDir dir;
+  SettingsStore settings;
+  settings.Open(dir.path());
+  RecentFiles recent;
+  recent.Load(settings);
+  EXPECT_TRUE(recent.Paths().empty());
+  for (int i = 1; i <= 9; ++i)
+    recent.Add("C:\\p\\" + std::to_string(i) + ".png", settings);
+  ASSERT_EQ(recent.Paths().size(), 8u);
+  EXPECT_EQ(recent.Paths()[0], u"C:\\p\\9.png");
+  EXPECT_EQ(recent.Paths()[7], u"C:\\p\\2.png");  // the first one was pushed out
+  recent.Add("c:\\P\\7.PNG", settings);  // the third again, in other case
+  EXPECT_EQ(recent.Paths().size(), 8u);
+  EXPECT_EQ(recent.Paths()[0], u"c:\\P\\7.PNG");
+  EXPECT_EQ(recent.Paths()[1], u"C:\\p\\9.png");
+  EXPECT_EQ(recent.Paths()[3], u"C:\\p\\6.png");
+  EXPECT_EQ(settings.GetString(u"Recent", u"r0"), u"c:\\P\\7.PNG");
+  EXPECT_EQ(settings.GetString(u"Recent", u"r7"), u"C:\\p\\2.png");
+
+  RecentFiles reloaded;
+  reloaded.Load(settings);
+  EXPECT_EQ(reloaded.Paths(), recent.Paths());
+  settings.SetString(u"Recent", u"r1", u"");  // empty slots are skipped on load
+  reloaded.Load(settings);
+  EXPECT_EQ(reloaded.Paths().size(), 7u);
+  EXPECT_EQ(reloaded.Paths()[1], u"C:\\p\\8.png");
+
+  TempDir other;
+  SettingsStore few;
+  few.Open(other.path());
+  RecentFiles two;
+  two.Add("a.png", few);
+  two.Add("b.png", few);
+  EXPECT_EQ(few.GetString(u"Recent", u"r1"), u"a.png");
+  EXPECT_EQ(few.GetString(u"Recent", u"r2", u"missing"), u"");  // written empty
+  EXPECT_EQ(FolderOf("C:\\pics\\a.png"), u"C:\\pics");
+  EXPECT_EQ(FolderOf("a.png"), u"");
+}
+
+}  // namespace
+}  // namespace tavora
