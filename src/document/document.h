@@ -45,8 +45,12 @@ class Document {
   int32_t compositeLayer = -1;
   Rect compositeDirty;
 
+  // View state, owned by the canvas view: on-screen scale, scroll offsets
+  // in device pixels, and the fit mode (0 none, 1 fit without enlarging,
+  // 2 fit and enlarge). A new document is fitted without enlarging.
   double zoom = 1.0;
-  bool fitToWindow = true;
+  int32_t scrollX = 0, scrollY = 0;
+  int32_t fitMode = 1;
 
   Rect Bounds() const { return {0, 0, width, height}; }
   int32_t LayerCount() const { return static_cast<int32_t>(layers.size()); }

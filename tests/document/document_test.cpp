@@ -34,7 +34,7 @@ TEST(DocumentCreation, BackgroundLayerAndDefaults) {
   EXPECT_FALSE(doc->selection.has_value());
   EXPECT_EQ(doc->compositeDirty, (Rect{0, 0, 5, 4}));
   EXPECT_EQ(doc->zoom, 1.0);
-  EXPECT_TRUE(doc->fitToWindow);
+  EXPECT_EQ(doc->fitMode, 1);
   EXPECT_FALSE(doc->modified);
 
   auto kept = CreateDocument(3, 3, 300, 0x00FFFFFF, 256);

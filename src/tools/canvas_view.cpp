@@ -1,0 +1,242 @@
+#include "tools/canvas_view.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "app/row_workers.h"
+
+namespace tavora {
+namespace {
+
+int32_t Trunc(double v) { return static_cast<int32_t>(v); }
+
+int32_t AxisOrigin(int32_t client, int32_t image, double scale, int32_t scroll) {
+  const double extent = image * scale;
+  if (client >= extent) return static_cast<int32_t>(std::lround((client - extent) / 2));
+  return -scroll;
+}
+
+int32_t MaxScroll(int32_t client, int32_t image, double scale) {
+  const double over = image * scale - client;
+  return over > 0 ? Trunc(over) : 0;
+}
+
+uint32_t OverCheckerboard(uint32_t c, int32_t x, int32_t y, int32_t cell) {
+  const uint32_t a = c >> 24;
+  if (a == 255) return c;
+  const uint32_t grey = ((x / cell + y / cell) & 1) ? 153 : 204;
+  uint32_t out = 0xFF000000u;
+  for (int shift = 0; shift < 24; shift += 8) {
+    const uint32_t v = ((c >> shift) & 255) * a + grey * (255 - a);
+    out |= (v / 255) << shift;
+  }
+  return out;
+}
+
+uint32_t SampleBilinear(const Surface& img, double ix, double iy, bool& empty) {
+  const double fx = ix - 0.5, fy = iy - 0.5;
+  const double flx = std::floor(fx), fly = std::floor(fy);
+  const uint32_t wx = static_cast<uint32_t>((fx - flx) * 256), wy = static_cast<uint32_t>((fy - fly) * 256);
+  const int32_t w = img.Width(), h = img.Height();
+  const int32_t x0 = std::clamp(static_cast<int32_t>(flx), 0, w - 1);
+  const int32_t x1 = std::clamp(static_cast<int32_t>(flx) + 1, 0, w - 1);
+  const int32_t y0 = std::clamp(static_cast<int32_t>(fly), 0, h - 1);
+  const int32_t y1 = std::clamp(static_cast<int32_t>(fly) + 1, 0, h - 1);
+  const uint32_t p[4] = {img.At(x0, y0), img.At(x1, y0), img.At(x0, y1), img.At(x1, y1)};
+  const uint32_t wt[4] = {(256 - wx) * (256 - wy), wx * (256 - wy), (256 - wx) * wy, wx * wy};
+  if ((p[0] & p[1] & p[2] & p[3]) >> 24 == 255) {
+    uint32_t out = 0xFF000000u;
+    for (int shift = 0; shift < 24; shift += 8) {
+      uint64_t sum = 0;
+      for (int i = 0; i < 4; ++i) sum += uint64_t((p[i] >> shift) & 255) * wt[i];
+      out |= static_cast<uint32_t>(std::min<uint64_t>(sum >> 16, 255)) << shift;
+    }
+    return out;
+  }
+  uint64_t total = 0;
+  for (int i = 0; i < 4; ++i) total += uint64_t(p[i] >> 24) * wt[i];
+  if (total == 0) {
+    empty = true;
+    return 0;
+  }
+  uint32_t out = static_cast<uint32_t>(std::min<uint64_t>(total >> 16, 255)) << 24;
+  for (int shift = 0; shift < 24; shift += 8) {
+    uint64_t sum = 0;
+    for (int i = 0; i < 4; ++i) sum += uint64_t((p[i] >> shift) & 255) * (p[i] >> 24) * wt[i];
+    out |= static_cast<uint32_t>(std::min<uint64_t>(sum / total, 255)) << shift;
+  }
+  return out;
+}
+
+uint32_t SampleArea(const Surface& img, double dx, double dy, double s) {
+  // dx, dy: the device pixel's left/top relative to the image origin.
+  const int32_t w = img.Width(), h = img.Height();
+  const int32_t bx0 = std::clamp(static_cast<int32_t>(std::floor(dx / s)), 0, w - 1);
+  const int32_t bx1 = std::clamp(static_cast<int32_t>(std::ceil((dx + 1) / s)), bx0 + 1, w);
+  const int32_t by0 = std::clamp(static_cast<int32_t>(std::floor(dy / s)), 0, h - 1);
+  const int32_t by1 = std::clamp(static_cast<int32_t>(std::ceil((dy + 1) / s)), by0 + 1, h);
+  const int32_t sx = std::max((bx1 - bx0) / 3, 1), sy = std::max((by1 - by0) / 3, 1);
+  uint64_t sumA = 0, sumC[3] = {0, 0, 0};
+  uint32_t count = 0;
+  for (int32_t y = by0; y < by1; y += sy) {
+    const uint32_t* row = img.Row(y);
+    for (int32_t x = bx0; x < bx1; x += sx) {
+      const uint32_t p = row[x], a = p >> 24;
+      sumA += a;
+      sumC[0] += uint64_t(p & 255) * a;
+      sumC[1] += uint64_t((p >> 8) & 255) * a;
+      sumC[2] += uint64_t((p >> 16) & 255) * a;
+      ++count;
+    }
+  }
+  const uint32_t alpha = static_cast<uint32_t>(sumA / count);
+  if (sumA == 0) return 0;
+  return alpha << 24 | static_cast<uint32_t>(sumC[2] / sumA) << 16 |
+         static_cast<uint32_t>(sumC[1] / sumA) << 8 | static_cast<uint32_t>(sumC[0] / sumA);
+}
+
+void RenderRows(int first, int end, void* context) {
+  const auto& job = *static_cast<const std::pair<const CanvasRender*, Rect>*>(context);
+  const CanvasRender& r = *job.first;
+  const Rect& area = job.second;
+  const Surface& img = *r.image;
+  const CanvasLayout& L = r.layout;
+  const double s = L.scale;
+  const int32_t w = img.Width(), h = img.Height();
+  const int32_t cell = std::max(1, static_cast<int32_t>(8 * r.dpiScale));
+  const SampleMode mode = SampleModeFor(s, r.dpiScale, r.smooth);
+  const SelectionMask* sel = r.selection;
+  auto imageX = [&](double x) { return static_cast<int32_t>(std::floor((x - L.originX) / s)); };
+  auto imageY = [&](double y) { return static_cast<int32_t>(std::floor((y - L.originY) / s)); };
+  auto selected = [&](int32_t ix, int32_t iy) { return sel->At(ix, iy) >= 128; };
+  for (int row = first; row < end; ++row) {
+    const int32_t y = area.y0 + row;
+    uint32_t* out = r.target + std::size_t(y) * std::size_t(r.targetStride);
+    const double iy = (y + 0.5 - L.originY) / s;
+    const int32_t py = static_cast<int32_t>(std::floor(iy));
+    for (int32_t x = area.x0; x < area.x1; ++x) {
+      const double ix = (x + 0.5 - L.originX) / s;
+      const int32_t px = static_cast<int32_t>(std::floor(ix));
+      if (ix < 0 || iy < 0 || px >= w || py >= h) {
+        out[x] = r.background;
+        continue;
+      }
+      uint32_t c;
+      bool empty = false;
+      switch (mode) {
+        case SampleMode::Nearest: c = img.At(px, py); break;
+        case SampleMode::Bilinear: c = SampleBilinear(img, ix, iy, empty); break;
+        default: c = SampleArea(img, x - L.originX, y - L.originY, s); break;
+      }
+      out[x] = OverCheckerboard(empty ? 0 : c, x, y, cell);
+      if (sel) {
+        // Static 4-pixel dashes where the selection bit changes to the right
+        // or below, or where a selected pixel meets the image edge.
+        const bool here = selected(px, py);
+        const int32_t rx = imageX(x + 1.5), by = imageY(y + 1.5);
+        const bool rightInside = rx < w, belowInside = by < h;
+        const bool edge = (rightInside ? selected(rx, py) != here : here) ||
+                          (belowInside ? selected(px, by) != here : here);
+        if (edge) out[x] = ((x + y) & 4) ? 0xFF000000u : 0xFFFFFFFFu;
+      }
+    }
+  }
+}
+
+}  // namespace
+
+CanvasLayout ComputeLayout(const Document& doc, const ClientArea& client) {
+  CanvasLayout L;
+  L.scale = doc.zoom * client.dpiScale;
+  L.clientW = client.width;
+  L.clientH = client.height;
+  L.originX = AxisOrigin(client.width, doc.width, L.scale, doc.scrollX);
+  L.originY = AxisOrigin(client.height, doc.height, L.scale, doc.scrollY);
+  return L;
+}
+
+void ClampScroll(Document& doc, const ClientArea& client) {
+  const double s = doc.zoom * client.dpiScale;
+  doc.scrollX = std::clamp(doc.scrollX, 0, MaxScroll(client.width, doc.width, s));
+  doc.scrollY = std::clamp(doc.scrollY, 0, MaxScroll(client.height, doc.height, s));
+}
+
+double ZoomStepFrom(double zoom, int direction) {
+  if (direction > 0) {
+    for (double step : kZoomSteps)
+      if (step > zoom * 1.001) return step;
+    return kZoomSteps[23];
+  }
+  for (int i = 23; i >= 0; --i)
+    if (kZoomSteps[i] < zoom * 0.999) return kZoomSteps[i];
+  return kZoomSteps[0];
+}
+
+void SetZoom(Document& doc, double zoom, double anchorX, double anchorY, const ClientArea& client) {
+  zoom = std::clamp(zoom, kMinZoom, kMaxZoom);
+  const CanvasLayout old = ComputeLayout(doc, client);
+  const double s = zoom * client.dpiScale;
+  doc.fitMode = 0;
+  doc.scrollX = doc.width * s > client.width
+                    ? Trunc((anchorX - old.originX) / old.scale * s - anchorX) : 0;
+  doc.scrollY = doc.height * s > client.height
+                    ? Trunc((anchorY - old.originY) / old.scale * s - anchorY) : 0;
+  doc.zoom = zoom;
+  ClampScroll(doc, client);
+}
+
+bool FitToWindow(Document& doc, bool neverEnlarge, const ClientArea& client) {
+  if (client.width < 20 || client.height < 20 || doc.width < 1 || doc.height < 1) return false;
+  const int32_t margin = static_cast<int32_t>(24 * client.dpiScale);
+  const double f = std::min((client.width - margin) / (doc.width * client.dpiScale),
+                            (client.height - margin) / (doc.height * client.dpiScale));
+  doc.zoom = neverEnlarge && f > 1.0 ? 1.0 : std::clamp(f, kMinZoom, kMaxZoom);
+  doc.scrollX = doc.scrollY = 0;
+  doc.fitMode = neverEnlarge ? 1 : 2;
+  return true;
+}
+
+void KeepFitted(Document& doc, const ClientArea& client) {
+  if (doc.fitMode == 1 || doc.fitMode == 2) {
+    const int32_t mode = doc.fitMode;
+    if (!FitToWindow(doc, mode == 1, client)) ClampScroll(doc, client);
+    return;
+  }
+  ClampScroll(doc, client);
+}
+
+void DirtyArea::Add(const Rect& r, int32_t clientW, int32_t clientH) {
+  const Rect clipped = Intersect(r, {0, 0, clientW, clientH});
+  if (clipped.Empty()) return;
+  area_ = any_ ? Union(area_, clipped) : clipped;
+  any_ = true;
+}
+
+Rect ImageRectToDevice(const CanvasLayout& L, const Rect& image, bool hasSelection) {
+  const double s = L.scale;
+  const double pad = s < 1.0 ? std::ceil(1.0 / s) + 1 : 1.0;
+  const int32_t widen = hasSelection ? 2 : 1;
+  return {static_cast<int32_t>(std::floor((image.x0 - pad) * s + L.originX)) - widen,
+          static_cast<int32_t>(std::floor((image.y0 - pad) * s + L.originY)) - widen,
+          static_cast<int32_t>(std::ceil((image.x1 + pad) * s + L.originX)) + widen,
+          static_cast<int32_t>(std::ceil((image.y1 + pad) * s + L.originY)) + widen};
+}
+
+ImagePoint ScreenToImage(const CanvasLayout& L, const Document& doc, double x, double y) {
+  ImagePoint p{(x - L.originX) / L.scale, (y - L.originY) / L.scale, false};
+  p.inside = p.x >= 0 && p.y >= 0 && std::floor(p.x) < doc.width && std::floor(p.y) < doc.height;
+  return p;
+}
+
+SampleMode SampleModeFor(double scale, double dpiScale, bool smooth) {
+  if (!smooth || scale / dpiScale >= 4.0) return SampleMode::Nearest;
+  return scale >= 1.0 ? SampleMode::Bilinear : SampleMode::AreaAverage;
+}
+
+void RenderCanvas(const CanvasRender& render, const Rect& area) {
+  if (area.Empty() || !render.image || render.image->Empty() || !render.target) return;
+  std::pair<const CanvasRender*, Rect> job{&render, area};
+  RowWorkers::Run(area.Height(), &RenderRows, &job);
+}
+
+}  // namespace tavora

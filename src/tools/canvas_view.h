@@ -1,0 +1,86 @@
+#pragma once
+// The canvas view's portable half: the layout of a document in the client
+// area, zooming and fitting, the dirty rectangle, and the render pass that
+// fills the back buffer (checkerboard, sampling, selection outline).
+#include <cstdint>
+
+#include "document/document.h"
+#include "document/rect.h"
+
+namespace tavora {
+
+inline constexpr double kMinZoom = 0.01, kMaxZoom = 64.0;
+inline constexpr double kZoomSteps[24] = {0.02,   0.03,   0.05, 0.0625, 0.0833, 0.125,
+                                          0.1667, 0.25,   0.3333, 0.5,  0.6667, 1.0,
+                                          1.5,    2.0,    3.0,  4.0,    6.0,    8.0,
+                                          12.0,   16.0,   24.0, 32.0,   48.0,   64.0};
+
+struct ClientArea {
+  int32_t width = 0, height = 0;
+  double dpiScale = 1.0;  // monitor dpi / 96
+};
+
+struct CanvasLayout {
+  double scale = 1.0;  // device pixels per image pixel: zoom x dpiScale
+  int32_t originX = 0, originY = 0;
+  int32_t clientW = 0, clientH = 0;
+};
+
+// Centres an axis that fits, else places it at minus the scroll offset.
+CanvasLayout ComputeLayout(const Document& doc, const ClientArea& client);
+// Clamps the scroll offsets into [0, image x scale - client].
+void ClampScroll(Document& doc, const ClientArea& client);
+
+// The next table step in a direction (+1 in, -1 out) from any zoom.
+double ZoomStepFrom(double zoom, int direction);
+// Explicit zoom about an anchor in client coordinates (fit mode 0).
+void SetZoom(Document& doc, double zoom, double anchorX, double anchorY, const ClientArea& client);
+// Fits the image with a 24-DIP margin; does nothing on a client below
+// 20 x 20. Returns whether it fitted.
+bool FitToWindow(Document& doc, bool neverEnlarge, const ClientArea& client);
+// Re-fits a document in fit mode after a resize, else clamps its scroll.
+void KeepFitted(Document& doc, const ClientArea& client);
+
+// Accumulates what must be re-rendered, clipped to the client.
+class DirtyArea {
+ public:
+  void Add(const Rect& r, int32_t clientW, int32_t clientH);
+  void AddAll(int32_t clientW, int32_t clientH) { Add({0, 0, clientW, clientH}, clientW, clientH); }
+  bool Any() const { return any_; }
+  const Rect& Area() const { return area_; }
+  void Clear() { any_ = false; area_ = {}; }
+
+ private:
+  bool any_ = false;
+  Rect area_;
+};
+
+// The device rectangle that shows an image rectangle, padded for
+// resampling and widened for the selection outline.
+Rect ImageRectToDevice(const CanvasLayout& layout, const Rect& image, bool hasSelection);
+
+// Maps a client position to image coordinates.
+struct ImagePoint {
+  double x = 0, y = 0;
+  bool inside = false;
+};
+ImagePoint ScreenToImage(const CanvasLayout& layout, const Document& doc, double x, double y);
+
+struct CanvasRender {
+  const Surface* image = nullptr;              // the composite
+  const SelectionMask* selection = nullptr;    // null without a selection
+  CanvasLayout layout;
+  double dpiScale = 1.0;
+  bool smooth = true;
+  uint32_t background = 0xFF1E1F22;            // outside the image
+  uint32_t* target = nullptr;                  // the back buffer, top-down
+  int32_t targetStride = 0;                    // pixels per row
+};
+// Renders the rows [area.y0, area.y1) over [area.x0, area.x1) of the back
+// buffer, split over the row workers.
+void RenderCanvas(const CanvasRender& render, const Rect& area);
+
+enum class SampleMode { Nearest, Bilinear, AreaAverage };
+SampleMode SampleModeFor(double scale, double dpiScale, bool smooth);
+
+}  // namespace tavora

@@ -1,0 +1,197 @@
+#include "tools/canvas_view.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <vector>
+
+namespace tavora {
+namespace {
+
+TEST(CanvasZoom, StepsFromTheTableInBothDirections) {
+  EXPECT_EQ(ZoomStepFrom(64.0, +1), 64.0);
+  EXPECT_EQ(ZoomStepFrom(0.02, -1), 0.02);
+  EXPECT_EQ(ZoomStepFrom(0.05, -1), 0.03);
+  EXPECT_EQ(ZoomStepFrom(0.04, -1), 0.03);
+  EXPECT_EQ(ZoomStepFrom(0.04, +1), 0.05);
+  EXPECT_EQ(ZoomStepFrom(1.0, +1), 1.5);
+  EXPECT_EQ(ZoomStepFrom(1.0005, +1), 1.5);  // within the tolerance of a step
+  EXPECT_EQ(ZoomStepFrom(0.3333, +1), 0.5);
+  EXPECT_EQ(ZoomStepFrom(0.01, -1), 0.02);  // below the table
+}
+
+TEST(CanvasZoom, FitNeverEnlargesInModeOneAndDoesInModeTwo) {
+  auto doc = CreateDocument(100, 50, 72, 0xFFFFFFFF, 0);
+  const ClientArea client{1000, 800, 1.0};
+  ASSERT_TRUE(FitToWindow(*doc, true, client));
+  EXPECT_EQ(doc->zoom, 1.0);
+  EXPECT_EQ(doc->fitMode, 1);
+  ASSERT_TRUE(FitToWindow(*doc, false, client));
+  EXPECT_DOUBLE_EQ(doc->zoom, (1000.0 - 24) / 100);  // the width limits
+  EXPECT_EQ(doc->fitMode, 2);
+  // 150% screens: the margin and the scale both grow.
+  ASSERT_TRUE(FitToWindow(*doc, false, {1000, 800, 1.5}));
+  EXPECT_DOUBLE_EQ(doc->zoom, (1000.0 - 36) / 150);
+  auto big = CreateDocument(30000, 10, 72, 0, 0);
+  ASSERT_TRUE(FitToWindow(*big, true, {40, 40, 1.0}));
+  EXPECT_EQ(big->zoom, 0.01);  // never below the minimum
+  EXPECT_FALSE(FitToWindow(*doc, true, {19, 500, 1.0}));
+}
+
+TEST(CanvasZoom, ZoomingKeepsTheAnchoredImagePointInPlace) {
+  auto doc = CreateDocument(400, 300, 72, 0xFFFFFFFF, 0);
+  const ClientArea client{200, 200, 1.0};
+  doc->zoom = 1.0;
+  doc->scrollX = 50;
+  doc->scrollY = 20;
+  const CanvasLayout before = ComputeLayout(*doc, client);
+  const ImagePoint under = ScreenToImage(before, *doc, 120, 90);
+  SetZoom(*doc, 2.0, 120, 90, client);
+  EXPECT_EQ(doc->fitMode, 0);
+  const ImagePoint after = ScreenToImage(ComputeLayout(*doc, client), *doc, 120, 90);
+  EXPECT_NEAR(after.x, under.x, 0.5);
+  EXPECT_NEAR(after.y, under.y, 0.5);
+  SetZoom(*doc, 1000.0, 0, 0, client);
+  EXPECT_EQ(doc->zoom, 64.0);
+  SetZoom(*doc, 0.1, 0, 0, client);  // fits: centred, no scroll
+  EXPECT_EQ(doc->scrollX, 0);
+  const CanvasLayout small = ComputeLayout(*doc, client);
+  EXPECT_EQ(small.originX, 80);
+  EXPECT_EQ(small.originY, 85);
+}
+
+TEST(CanvasZoom, ScrollIsClampedAndResizesRefitFittedDocuments) {
+  auto doc = CreateDocument(400, 300, 72, 0xFFFFFFFF, 0);
+  doc->fitMode = 0;
+  doc->zoom = 1.0;
+  doc->scrollX = 5000;
+  doc->scrollY = -10;
+  ClampScroll(*doc, {150, 100, 1.0});
+  EXPECT_EQ(doc->scrollX, 250);
+  EXPECT_EQ(doc->scrollY, 0);
+  EXPECT_EQ(ComputeLayout(*doc, {150, 100, 1.0}).originX, -250);
+  doc->fitMode = 1;
+  KeepFitted(*doc, {1000, 1000, 1.0});
+  EXPECT_EQ(doc->zoom, 1.0);
+  KeepFitted(*doc, {224, 1000, 1.0});
+  EXPECT_DOUBLE_EQ(doc->zoom, 0.5);
+}
+
+TEST(CanvasDirty, RectanglesGrowAndStayInTheClient) {
+  DirtyArea dirty;
+  dirty.Add({-5, -5, 10, 10}, 100, 80);
+  EXPECT_EQ(dirty.Area(), (Rect{0, 0, 10, 10}));
+  dirty.Add({50, 70, 200, 200}, 100, 80);
+  EXPECT_EQ(dirty.Area(), (Rect{0, 0, 100, 80}));
+  dirty.Clear();
+  dirty.Add({200, 200, 300, 300}, 100, 80);
+  EXPECT_FALSE(dirty.Any());
+
+  CanvasLayout L{2.0, 10, 20, 500, 500};
+  EXPECT_EQ(ImageRectToDevice(L, {5, 5, 6, 6}, false), (Rect{17, 27, 25, 35}));
+  EXPECT_EQ(ImageRectToDevice(L, {5, 5, 6, 6}, true), (Rect{16, 26, 26, 36}));
+  CanvasLayout quarter{0.25, 0, 0, 500, 500};  // pad ceil(1/s) + 1 = 5 image pixels
+  EXPECT_EQ(ImageRectToDevice(quarter, {100, 100, 104, 104}, false), (Rect{22, 22, 29, 29}));
+}
+
+struct Canvas {
+  std::vector<uint32_t> pixels;
+  int w, h;
+  Canvas(int w_, int h_) : pixels(std::size_t(w_) * h_, 0xDEADBEEF), w(w_), h(h_) {}
+  uint32_t At(int x, int y) const { return pixels[std::size_t(y) * w + x]; }
+};
+
+Canvas Render(const Surface& image, const SelectionMask* sel, double zoom, int32_t scrollX,
+              int cw, int ch, bool smooth = true, double dpiScale = 1.0) {
+  Document doc;
+  doc.width = image.Width();
+  doc.height = image.Height();
+  doc.zoom = zoom;
+  doc.scrollX = scrollX;
+  Canvas c(cw, ch);
+  CanvasRender r;
+  r.image = &image;
+  r.selection = sel;
+  r.layout = ComputeLayout(doc, {cw, ch, dpiScale});
+  r.dpiScale = dpiScale;
+  r.smooth = smooth;
+  r.background = 0xFF112233;
+  r.target = c.pixels.data();
+  r.targetStride = cw;
+  RenderCanvas(r, {0, 0, cw, ch});
+  return c;
+}
+
+TEST(CanvasRenderPass, TransparencyShowsAWindowFixedCheckerboard) {
+  Surface clear(100, 100);
+  const Canvas a = Render(clear, nullptr, 1.0, 0, 40, 40);
+  EXPECT_EQ(a.At(0, 0), 0xFFCCCCCCu);
+  EXPECT_EQ(a.At(8, 0), 0xFF999999u);
+  EXPECT_EQ(a.At(8, 8), 0xFFCCCCCCu);
+  // Scrolled by 3 pixels: the cells stay where they were on the screen.
+  const Canvas b = Render(clear, nullptr, 1.0, 3, 40, 40);
+  EXPECT_EQ(b.At(7, 0), 0xFFCCCCCCu);
+  EXPECT_EQ(b.At(8, 0), 0xFF999999u);
+  // Half-transparent red over a light cell.
+  Surface red(100, 100);
+  red.Fill(0x80FF0000);
+  const Canvas c = Render(red, nullptr, 1.0, 0, 40, 40);
+  EXPECT_EQ(c.At(0, 0), 0xFFE56565u);  // (255*128 + 204*127) / 255 = 229, (204*127)/255 = 101
+}
+
+TEST(CanvasRenderPass, SamplingFollowsTheZoom) {
+  EXPECT_EQ(SampleModeFor(3.0, 1.0, true), SampleMode::Bilinear);
+  EXPECT_EQ(SampleModeFor(4.0, 1.0, true), SampleMode::Nearest);
+  EXPECT_EQ(SampleModeFor(0.5, 1.0, true), SampleMode::AreaAverage);
+  EXPECT_EQ(SampleModeFor(0.5, 1.0, false), SampleMode::Nearest);
+  EXPECT_EQ(SampleModeFor(6.0, 2.0, true), SampleMode::Bilinear);  // zoom 3 on a 200% screen
+
+  Surface two(2, 1);
+  two.At(0, 0) = 0xFF000000;
+  two.At(1, 0) = 0xFFFFFFFF;
+  // Zoom 4, nearest: hard edge at device x = 4 (the image is centred at x 0).
+  const Canvas n = Render(two, nullptr, 4.0, 0, 8, 4);
+  EXPECT_EQ(n.At(3, 1), 0xFF000000u);
+  EXPECT_EQ(n.At(4, 1), 0xFFFFFFFFu);
+  // Zoom 2, bilinear: the device pixel at x = 2 sits half way between the two.
+  const Canvas b = Render(two, nullptr, 2.0, 0, 4, 2);
+  // ix = 2.5 / 2 = 1.25, minus 0.5 = 0.75: weight 192 of 256 on white.
+  EXPECT_EQ(b.At(2, 0), 0xFFBFBFBFu);
+  EXPECT_EQ(b.At(0, 0), 0xFF000000u);  // clamped at the edge
+  // Zoom 0.5, area average: one device pixel covers both.
+  Surface four(4, 2);
+  for (int y = 0; y < 2; ++y) {
+    four.At(0, y) = 0xFF000000;
+    four.At(1, y) = 0xFFFFFFFF;
+    four.At(2, y) = 0x00000000;
+    four.At(3, y) = 0xFF0000FF;
+  }
+  const Canvas avg = Render(four, nullptr, 0.5, 0, 2, 1);
+  EXPECT_EQ(avg.At(0, 0), 0xFF7F7F7Fu);
+  // Half coverage: alpha 127 of blue over the light cell.
+  EXPECT_EQ(avg.At(1, 0), 0xFF6666E5u);
+}
+
+TEST(CanvasRenderPass, OutsideTheImageIsTheBackgroundAndSelectionsShowTheirEdge) {
+  Surface img(4, 4);
+  img.Fill(0xFF808080);
+  SelectionMask sel(4, 4);
+  for (int y = 0; y < 4; ++y)
+    for (int x = 2; x < 4; ++x) sel.At(x, y) = 255;  // touches the right edge
+  // Zoom 8: 32 x 32 device pixels centred in 48 x 48 (origin 8).
+  const Canvas c = Render(img, &sel, 8.0, 0, 48, 48);
+  EXPECT_EQ(c.At(2, 2), 0xFF112233u);
+  EXPECT_EQ(c.At(20, 12), 0xFF808080u);  // inside the image, away from any edge
+  // The last device column of image column 1 meets selected column 2.
+  const uint32_t dash = c.At(23, 12);
+  EXPECT_TRUE(dash == 0xFF000000u || dash == 0xFFFFFFFFu);
+  // Selected pixels at the image's right edge are outlined too.
+  const uint32_t edge = c.At(39, 12);
+  EXPECT_TRUE(edge == 0xFF000000u || edge == 0xFFFFFFFFu);
+  EXPECT_EQ(c.At(30, 12), 0xFF808080u);  // inside the selection
+  // The dashes alternate every 4 device pixels.
+  EXPECT_NE(c.At(39, 8), c.At(39, 12));
+}
+
+}  // namespace
+}  // namespace tavora
