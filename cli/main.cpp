@@ -6,13 +6,25 @@
 #include "app/memory.h"
 #include "app/unicode.h"
 #include "cli/cli.h"
+#ifdef _WIN32
+#include "platform/gdiplus_codecs_win32.h"
+#endif
 
 namespace {
 
 int Run(std::vector<std::u16string> args) {
   tavora::InstallMemoryGuards();
+#ifdef _WIN32
+  // PNG, JPEG, BMP, GIF and TIFF go through the system's codecs.
+  const bool codecs = tavora::StartGdiplusCodecs();
+  if (codecs) tavora::SetSystemCodec(&tavora::GdiplusCodecs());
+#endif
   std::string out, err;
   const int status = tavora::RunCli(args, out, err);
+#ifdef _WIN32
+  tavora::SetSystemCodec(nullptr);
+  if (codecs) tavora::StopGdiplusCodecs();
+#endif
   std::fwrite(out.data(), 1, out.size(), stdout);
   std::fwrite(err.data(), 1, err.size(), stderr);
   std::fflush(stdout);

@@ -138,6 +138,8 @@ static_assert(std::size(kAccelerators) == 45);
 constexpr int32_t kLanded[] = {
     kCmdExit, kCmdUndo, kCmdRedo, kCmdFlattenImage, kCmdFlattenLayers, kCmdAbout,
     kCmdThemeSystem, kCmdThemeLight, kCmdThemeDark,
+    kCmdNew, kCmdOpen, kCmdSave, kCmdSaveAs, kCmdClose,
+    kCmdZoomIn, kCmdZoomOut, kCmdFit, kCmdZoom100, kCmdActualPixels,
 };
 
 // What each command needs beyond having landed.

@@ -1,7 +1,9 @@
 // "TavoraMain": start-up, the main window with its menu bar, the message
 // loop with the keyboard routing, command routing and shut-down.
 #include <windows.h>
+#include <commdlg.h>
 #include <objbase.h>
+#include <shellapi.h>
 
 #include <algorithm>
 #include <memory>
@@ -18,8 +20,14 @@
 #include "document/composite.h"
 #include "document/history.h"
 #include "document/layer_commands.h"
+#include "document/document_events.h"
+#include "document/size_limits.h"
+#include "formats/file_formats.h"
+#include "platform/dialog_win32.h"
 #include "platform/dpi_win32.h"
+#include "platform/gdiplus_codecs_win32.h"
 #include "platform/system_paths.h"
+#include "tools/canvas.h"
 
 namespace tavora {
 namespace {
@@ -45,7 +53,12 @@ struct Shell {
   std::vector<std::unique_ptr<Document>> documents;
   int32_t activeTab = -1;
   bool browseOpen = false;
+  HWND canvas = nullptr;
+  RecentFiles recent;
 };
+
+// Items of File > Open Recent.
+constexpr int32_t kCmdRecentFirst = 1020;
 Shell g;
 
 std::wstring Wide(std::u16string_view s) { return std::wstring(s.begin(), s.end()); }
@@ -118,8 +131,19 @@ void RefreshMenus() {
   }
   CheckMenuRadioItem(g.menuBar, kCmdThemeSystem, kCmdThemeDark,
                      kCmdThemeSystem + static_cast<int32_t>(g.view.theme), MF_BYCOMMAND);
-  // Open Recent is filled by the open and save flow; empty, it is greyed.
+  // Open Recent lists the recent files; empty, it is greyed.
   if (g.recentMenu) {
+    while (GetMenuItemCount(g.recentMenu) > 0) DeleteMenu(g.recentMenu, 0, MF_BYPOSITION);
+    const auto& paths = g.recent.Paths();
+    for (std::size_t i = 0; i < paths.size(); ++i) {
+      std::u16string text = u"&" + std::u16string(1, char16_t(u'1' + i)) + u"  ";
+      for (char16_t c : paths[i]) {
+        text.push_back(c);
+        if (c == u'&') text.push_back(u'&');
+      }
+      AppendMenuW(g.recentMenu, MF_STRING, static_cast<UINT_PTR>(kCmdRecentFirst + i),
+                  Wide(text).c_str());
+    }
     HMENU file = GetSubMenu(g.menuBar, 0);
     for (int i = 0; i < GetMenuItemCount(file); ++i)
       if (GetSubMenu(file, i) == g.recentMenu)
@@ -172,9 +196,250 @@ void ApplyTheme() {
   }
 }
 
+// ---------------------------------------------------------------- documents
+
+void UpdateTitle() {
+  Document* doc = ActiveDocument();
+  const std::u16string title =
+      doc ? doc->title + (doc->modified ? u" *" : u"") + u" - Tavora" : u"Tavora";
+  SetWindowTextW(g.main, Wide(title).c_str());
+}
+
+void ShowActive() {
+  SetCanvasDocument(g.canvas, ActiveDocument());
+  UpdateTitle();
+  RefreshMenus();
+}
+
+void AddTab(std::unique_ptr<Document> doc) {
+  doc->fitMode = 1;
+  g.documents.push_back(std::move(doc));
+  g.activeTab = static_cast<int32_t>(g.documents.size()) - 1;
+  ShowActive();
+  FitCanvasDocument(g.canvas, true);
+}
+
+void WarnAbout(std::u16string_view text, const std::filesystem::path& path) {
+  const std::wstring message = Wide(text) + L"\n\n" + path.wstring();
+  MessageBoxW(g.main, message.c_str(), L"Tavora", MB_OK | MB_ICONWARNING);
+}
+
+// Shows the busy cursor for as long as it lives.
+class BusyCursor {
+ public:
+  BusyCursor() : old_(SetCursor(LoadCursorW(nullptr, IDC_WAIT))) {}
+  ~BusyCursor() { SetCursor(old_); }
+
+ private:
+  HCURSOR old_;
+};
+
+void Remember(const std::filesystem::path& path) {
+  g.view.lastDir = FolderOf(path);
+  g.recent.Add(path, AppSettings());
+}
+
+bool OpenImageFile(std::filesystem::path path) {
+  wchar_t full[32768];
+  const DWORD n = GetFullPathNameW(path.c_str(), 32768, full, nullptr);
+  if (n > 0 && n < 32768) path = full;
+  for (std::size_t i = 0; i < g.documents.size(); ++i) {
+    if (SamePathIgnoringCase(g.documents[i]->path, path)) {
+      g.activeTab = static_cast<int32_t>(i);  // already open: not read again
+      ShowActive();
+      return true;
+    }
+  }
+  std::unique_ptr<Document> doc;
+  {
+    BusyCursor busy;
+    doc = ReadDocumentFile(path);
+  }
+  if (!doc) {
+    WarnAbout(kCannotOpen, path);
+    return false;
+  }
+  Remember(path);
+  AddTab(std::move(doc));
+  return true;
+}
+
+std::wstring FilterString(std::span<const DialogFilter> filters) {
+  std::wstring text;
+  for (const DialogFilter& f : filters) {
+    text += Wide(f.label);
+    text.push_back(L'\0');
+    text += Wide(f.pattern);
+    text.push_back(L'\0');
+  }
+  text.push_back(L'\0');
+  return text;
+}
+
+void ShowOpenDialog() {
+  std::wstring names(32768, L'\0');
+  const std::wstring filter = FilterString(OpenFilters());
+  const std::wstring folder = Wide(g.view.lastDir);
+  OPENFILENAMEW ofn{sizeof ofn};
+  ofn.hwndOwner = g.main;
+  ofn.lpstrFilter = filter.c_str();
+  ofn.nFilterIndex = 1;
+  ofn.lpstrFile = names.data();
+  ofn.nMaxFile = static_cast<DWORD>(names.size());
+  ofn.lpstrInitialDir = folder.empty() ? nullptr : folder.c_str();
+  ofn.Flags = OFN_EXPLORER | OFN_ALLOWMULTISELECT | OFN_FILEMUSTEXIST | OFN_PATHMUSTEXIST |
+              OFN_HIDEREADONLY;
+  if (!GetOpenFileNameW(&ofn)) return;
+  // One name is a full path; several are the folder followed by the names.
+  std::vector<std::wstring> parts;
+  for (const wchar_t* p = names.c_str(); *p; p += wcslen(p) + 1) parts.emplace_back(p);
+  if (parts.size() == 1) {
+    OpenImageFile(parts[0]);
+    return;
+  }
+  for (std::size_t i = 1; i < parts.size(); ++i)
+    OpenImageFile(std::filesystem::path(parts[0]) / parts[i]);
+}
+
+std::wstring QualityProblem(const std::vector<DialogField>& fields) {
+  const int q = _wtoi(fields[0].value.c_str());
+  return q >= 1 && q <= 100 ? std::wstring() : L"Enter a quality between 1 and 100.";
+}
+
+bool SaveDocument(Document& doc, bool saveAs) {
+  std::filesystem::path path = doc.path;
+  bool nameFromDialog = false;
+  if (saveAs || path.empty() || ClassifyFile(path) == FileClass::RadianceHdr) {
+    std::wstring name = Wide(ProposedSaveName(doc));
+    name.resize(32768, L'\0');
+    const std::wstring filter = FilterString(SaveFilters());
+    const std::wstring folder = doc.path.empty() ? Wide(g.view.lastDir) : Wide(FolderOf(doc.path));
+    OPENFILENAMEW ofn{sizeof ofn};
+    ofn.hwndOwner = g.main;
+    ofn.lpstrFilter = filter.c_str();
+    ofn.nFilterIndex = static_cast<DWORD>(DefaultSaveFilterIndex(doc));
+    ofn.lpstrFile = name.data();
+    ofn.nMaxFile = static_cast<DWORD>(name.size());
+    ofn.lpstrInitialDir = folder.empty() ? nullptr : folder.c_str();
+    ofn.Flags = OFN_EXPLORER | OFN_OVERWRITEPROMPT | OFN_PATHMUSTEXIST | OFN_HIDEREADONLY;
+    if (!GetSaveFileNameW(&ofn)) return false;
+    path = WithSaveExtension(std::filesystem::path(name.c_str()),
+                             static_cast<int32_t>(ofn.nFilterIndex));
+    nameFromDialog = true;
+  }
+  EncodeOptions options = EncodeOptionsFor(path, doc);
+  if (ClassifyFile(path) != FileClass::NativeLayered && AsksForQuality(options.format)) {
+    std::vector<DialogField> fields{{L"Quality (1-100):", std::to_wstring(options.quality), {}}};
+    const wchar_t* title = options.format == SaveFormat::Jpeg ? L"JPEG Quality" : L"WebP Quality";
+    if (!RunFieldDialog(g.main, title, fields, &QualityProblem)) return false;
+    options.quality = _wtoi(fields[0].value.c_str());
+  }
+  if (NeedsFlattenWarning(doc, path, nameFromDialog) &&
+      MessageBoxW(g.main, Wide(kFlattenWarning).c_str(), L"Tavora",
+                  MB_OKCANCEL | MB_ICONINFORMATION) != IDOK)
+    return false;
+  bool written;
+  {
+    BusyCursor busy;
+    written = WriteDocumentFile(doc, path, options);
+  }
+  if (!written) {
+    WarnAbout(kCannotSave, path);
+    return false;
+  }
+  doc.path = path;
+  SetTitle(doc);
+  doc.modified = false;
+  Remember(path);
+  UpdateTitle();
+  RefreshMenus();
+  return true;
+}
+
+bool ConfirmCloseDocument(Document& doc) {
+  if (!doc.modified) return true;
+  const std::wstring question = L"Save changes to \"" + Wide(doc.title) + L"\" before closing?";
+  switch (MessageBoxW(g.main, question.c_str(), L"Tavora", MB_YESNOCANCEL | MB_ICONQUESTION)) {
+    case IDYES: return SaveDocument(doc, false);
+    case IDNO: return true;
+    default: return false;
+  }
+}
+
+void CloseTab(int32_t index) {
+  if (index < 0 || index >= static_cast<int32_t>(g.documents.size())) return;
+  if (!ConfirmCloseDocument(*g.documents[index])) return;
+  SetCanvasDocument(g.canvas, nullptr);
+  g.documents.erase(g.documents.begin() + index);
+  g.activeTab = std::min<int32_t>(g.activeTab, static_cast<int32_t>(g.documents.size()) - 1);
+  ShowActive();
+}
+
+std::wstring NewImageProblem(const std::vector<DialogField>& fields) {
+  const SizeCheck size = CheckCanvasSize(_wtof(fields[0].value.c_str()),
+                                         _wtof(fields[1].value.c_str()), SizeRule::NewImage);
+  if (!size.ok) return Wide(size.message);
+  const int dpi = _wtoi(fields[2].value.c_str());
+  if (dpi < 1 || dpi > 9999) return L"The resolution must be between 1 and 9999 dpi.";
+  return {};
+}
+
+void NewImage() {
+  std::vector<DialogField> fields{{L"Width (pixels):", L"1920", {}},
+                                  {L"Height (pixels):", L"1080", {}},
+                                  {L"Resolution (dpi):", L"72", {}},
+                                  {L"Background:", L"White", {L"White", L"Black", L"Transparent"}}};
+  if (!RunFieldDialog(g.main, L"New Image", fields, &NewImageProblem)) return;
+  const SizeCheck size = CheckCanvasSize(_wtof(fields[0].value.c_str()),
+                                         _wtof(fields[1].value.c_str()), SizeRule::NewImage);
+  const uint32_t fill = fields[3].value == L"Black"         ? 0xFF000000u
+                        : fields[3].value == L"Transparent" ? 0x00FFFFFFu
+                                                            : 0xFFFFFFFFu;
+  AddTab(CreateDocument(size.width, size.height, _wtoi(fields[2].value.c_str()), fill, 0));
+}
+
+// Tabs past the ninth, offered as a pop-up list.
+void ShowMoreTabs() {
+  HMENU menu = CreatePopupMenu();
+  for (std::size_t i = 0; i < g.documents.size(); ++i) {
+    std::u16string text;
+    for (char16_t c : g.documents[i]->title) {
+      text.push_back(c);
+      if (c == u'&') text.push_back(u'&');
+    }
+    AppendMenuW(menu, MF_STRING | (static_cast<int32_t>(i) == g.activeTab ? MF_CHECKED : 0),
+                i + 1, Wide(text).c_str());
+  }
+  POINT p;
+  GetCursorPos(&p);
+  const int chosen = TrackPopupMenu(menu, TPM_RETURNCMD | TPM_NONOTIFY, p.x, p.y, 0, g.main, nullptr);
+  DestroyMenu(menu);
+  if (chosen > 0) {
+    g.activeTab = chosen - 1;
+    ShowActive();
+  }
+}
+
 // ---------------------------------------------------------------- commands
 
 void RunCommand(int32_t id) {
+  if (id >= kCmdRecentFirst && id < kCmdRecentFirst + RecentFiles::kMax) {
+    const std::size_t i = static_cast<std::size_t>(id - kCmdRecentFirst);
+    if (i < g.recent.Paths().size()) OpenImageFile(std::filesystem::path(g.recent.Paths()[i]));
+    RefreshMenus();
+    return;
+  }
+  if (id >= kCmdFirstTab && id < kCmdFirstTab + 9) {
+    if (id - kCmdFirstTab < static_cast<int32_t>(g.documents.size())) {
+      g.activeTab = id - kCmdFirstTab;
+      ShowActive();
+    }
+    return;
+  }
+  if (id == kCmdMoreTabs) {
+    ShowMoreTabs();
+    return;
+  }
   if (!CommandAvailable(id, CurrentState())) return;  // greyed: an accelerator must not bypass it
   Document* doc = ActiveDocument();
   switch (id) {
@@ -192,6 +457,31 @@ void RunCommand(int32_t id) {
       g.view.theme = static_cast<Theme>(id - kCmdThemeSystem);
       AppSettings().SetInt(u"View", u"Theme", id - kCmdThemeSystem);
       ApplyTheme();
+      SetCanvasSettings(g.canvas, {g.view.smooth, g.view.grid, g.dark});
+      break;
+    case kCmdNew:
+      NewImage();
+      break;
+    case kCmdOpen:
+      ShowOpenDialog();
+      break;
+    case kCmdSave:
+    case kCmdSaveAs:
+      if (doc) SaveDocument(*doc, id == kCmdSaveAs);
+      break;
+    case kCmdClose:
+      CloseTab(g.activeTab);
+      break;
+    case kCmdZoomIn:
+    case kCmdZoomOut:
+      ZoomCanvas(g.canvas, id == kCmdZoomIn ? 1 : -1);
+      break;
+    case kCmdFit:
+      FitCanvasDocument(g.canvas, false);
+      break;
+    case kCmdZoom100:
+    case kCmdActualPixels:
+      ZoomCanvasTo(g.canvas, id == kCmdActualPixels);
       break;
     case kCmdUndo:
       if (doc) Undo(*doc);
@@ -205,15 +495,36 @@ void RunCommand(int32_t id) {
         PushWholeDocument(*doc, u"Flatten Image");
         FlattenLayers(*doc);
         Invalidate(*doc, -1, doc->Bounds());
+        NotifyLayersChanged(*doc);
       }
       break;
     default:
       break;
   }
+  UpdateTitle();
   RefreshMenus();
 }
 
 // ---------------------------------------------------------------- window
+
+// The model tells the windows what changed.
+void OnAreaChanged(Document& doc, const Rect& area) {
+  if (&doc == ActiveDocument()) InvalidateCanvasImage(g.canvas, area);
+}
+void OnHistoryChanged(Document& doc) {
+  if (&doc == ActiveDocument()) UpdateTitle();
+}
+void OnWholeDocumentChanged(Document& doc) {
+  if (&doc == ActiveDocument()) SetCanvasDocument(g.canvas, &doc);
+}
+const DocumentObserver kObserver{&OnAreaChanged, &OnHistoryChanged, &OnWholeDocumentChanged,
+                                 &OnWholeDocumentChanged, &OnWholeDocumentChanged};
+
+void LayoutChildren() {
+  RECT r;
+  GetClientRect(g.main, &r);
+  if (g.canvas) MoveWindow(g.canvas, 0, 0, r.right - r.left, r.bottom - r.top, TRUE);
+}
 
 void PaintClient(HWND hwnd) {
   PAINTSTRUCT ps;
@@ -256,8 +567,21 @@ LRESULT CALLBACK MainProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
     case WM_ERASEBKGND:
       return 1;
     case WM_SIZE:
-      InvalidateRect(hwnd, nullptr, FALSE);
+      LayoutChildren();
       return 0;
+    case WM_DROPFILES: {
+      HDROP drop = reinterpret_cast<HDROP>(wp);
+      const UINT count = DragQueryFileW(drop, 0xFFFFFFFF, nullptr, 0);
+      std::vector<std::filesystem::path> files;
+      for (UINT i = 0; i < count; ++i) {
+        std::wstring name(DragQueryFileW(drop, i, nullptr, 0) + 1, L'\0');
+        DragQueryFileW(drop, i, name.data(), static_cast<UINT>(name.size()));
+        files.emplace_back(name.c_str());
+      }
+      DragFinish(drop);
+      for (const auto& f : files) OpenImageFile(f);
+      return 0;
+    }
     case WM_TIMER:
       if (wp == kSplashTimer) {
         KillTimer(hwnd, kSplashTimer);
@@ -280,8 +604,11 @@ LRESULT CALLBACK MainProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
         ApplyTheme();
       break;
     case WM_CLOSE:
-      // The save-changes prompt for each modified document comes with the
-      // open and save flow; there are no documents to ask about yet.
+      for (std::size_t i = 0; i < g.documents.size(); ++i) {
+        g.activeTab = static_cast<int32_t>(i);
+        ShowActive();
+        if (!ConfirmCloseDocument(*g.documents[i])) return 0;  // Cancel keeps the program open
+      }
       SavePlacement();
       DestroyWindow(hwnd);
       return 0;
@@ -359,11 +686,16 @@ int RunTavora(HINSTANCE instance, int showFlag) {
   AppSettings().Open(ProgramFolder());
   const HRESULT com = CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
   g.view = ReadViewSettings(AppSettings());
+  g.recent.Load(AppSettings());
+  const bool codecs = StartGdiplusCodecs();
+  if (codecs) SetSystemCodec(&GdiplusCodecs());
+  SetDocumentObserver(&kObserver);
 
   g.dpi = SystemDpi();
   g.scale = g.dpi / 96.0;
   ApplyTheme();
   RegisterMainClass();
+  RegisterCanvasClasses(instance);
   const WindowPlacement placement = LoadWindowPlacement(AppSettings(), g.scale);
   g.menuBar = CreateMenu();
   BuildMenu(g.menuBar, MenuBar());
@@ -379,6 +711,10 @@ int RunTavora(HINSTANCE instance, int showFlag) {
     g.scale = g.dpi / 96.0;
   }
   ApplyTheme();
+  DragAcceptFiles(g.main, TRUE);
+  g.canvas = CreateCanvas(g.main, instance);
+  SetCanvasSettings(g.canvas, {g.view.smooth, g.view.grid, g.dark});
+  LayoutChildren();
   g.accelerators = BuildAccelerators();
 
   if (placement.maximized) {
@@ -394,6 +730,17 @@ int RunTavora(HINSTANCE instance, int showFlag) {
     SetWindowPos(g.splash, HWND_TOPMOST, 0, 0, 0, 0, kKeep);
   }
 
+  // Files named on the command line open in order; folders belong to the
+  // Browse tab, which is not part of the program yet; anything else is ignored.
+  int argc = 0;
+  if (LPWSTR* argv = CommandLineToArgvW(GetCommandLineW(), &argc)) {
+    for (int i = 1; i < argc; ++i) {
+      std::error_code ec;
+      if (std::filesystem::is_regular_file(argv[i], ec)) OpenImageFile(argv[i]);
+    }
+    LocalFree(argv);
+  }
+
   RefreshMenus();
   const DWORD shown = GetTickCount() - splashShown;
   if (shown >= kSplashMinimumMs) {
@@ -406,6 +753,9 @@ int RunTavora(HINSTANCE instance, int showFlag) {
 
   AppSettings().SetString(u"Paths", u"LastDir", g.view.lastDir);
   g.documents.clear();
+  SetDocumentObserver(nullptr);
+  SetSystemCodec(nullptr);
+  if (codecs) StopGdiplusCodecs();
   if (g.accelerators) DestroyAcceleratorTable(g.accelerators);
   if (SUCCEEDED(com)) CoUninitialize();
   return exitCode;

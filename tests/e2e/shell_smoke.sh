@@ -7,7 +7,7 @@
 set -euo pipefail
 exe="$1"; wine_run="$2"; out="$3"
 work="$(mktemp -d)"
-trap 'kill $xvfb 2>/dev/null || true; rm -rf "$work"' EXIT
+trap '"$wine_run" --shutdown; kill $xvfb 2>/dev/null || true; rm -rf "$work"' EXIT
 mkdir -p "$out"
 cp "$exe" "$work/tavora.exe"
 
@@ -15,6 +15,9 @@ display=":$((200 + RANDOM % 500))"
 Xvfb "$display" -screen 0 1600x1000x24 -nolisten tcp >/dev/null 2>&1 &
 xvfb=$!
 export DISPLAY="$display"
+# Wine's desktop process belongs to the display it started on: a server left
+# from another display must go first.
+"$wine_run" --shutdown
 sleep 1
 
 fail() { echo "FAILED: $*"; import -window root "$out/shell-failure.png" 2>/dev/null || true; exit 1; }

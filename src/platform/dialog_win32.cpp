@@ -1,0 +1,151 @@
+#include "platform/dialog_win32.h"
+
+#include <cstring>
+
+namespace tavora {
+namespace {
+
+constexpr WORD kFirstField = 100;
+constexpr int kLabelWidth = 70, kFieldWidth = 110, kRowHeight = 18, kMargin = 7;
+
+// DLGTEMPLATE and DLGITEMTEMPLATE records are packed words, each item
+// aligned to 4 bytes.
+class TemplateBuilder {
+ public:
+  void Align() {
+    while (bytes_.size() % 4) bytes_.push_back(0);
+  }
+  void Word(WORD w) {
+    bytes_.push_back(static_cast<BYTE>(w));
+    bytes_.push_back(static_cast<BYTE>(w >> 8));
+  }
+  void Dword(DWORD d) {
+    Word(LOWORD(d));
+    Word(HIWORD(d));
+  }
+  void Text(const std::wstring& s) {
+    for (wchar_t c : s) Word(static_cast<WORD>(c));
+    Word(0);
+  }
+  void Item(DWORD style, short x, short y, short cx, short cy, WORD id, WORD cls,
+            const std::wstring& text) {
+    Align();
+    Dword(style | WS_CHILD | WS_VISIBLE);
+    Dword(0);
+    Word(static_cast<WORD>(x));
+    Word(static_cast<WORD>(y));
+    Word(static_cast<WORD>(cx));
+    Word(static_cast<WORD>(cy));
+    Word(id);
+    Word(0xFFFF);
+    Word(cls);
+    Text(text);
+    Word(0);  // no creation data
+  }
+  std::vector<BYTE>& Bytes() { return bytes_; }
+
+ private:
+  std::vector<BYTE> bytes_;
+};
+
+struct DialogContext {
+  std::vector<DialogField>* fields;
+  DialogValidator validate;
+};
+
+std::wstring WindowText(HWND h) {
+  std::wstring s(static_cast<std::size_t>(GetWindowTextLengthW(h)) + 1, L'\0');
+  s.resize(static_cast<std::size_t>(GetWindowTextW(h, s.data(), static_cast<int>(s.size()))));
+  return s;
+}
+
+INT_PTR CALLBACK DialogProc(HWND dlg, UINT msg, WPARAM wp, LPARAM lp) {
+  auto* ctx = reinterpret_cast<DialogContext*>(GetWindowLongPtrW(dlg, DWLP_USER));
+  switch (msg) {
+    case WM_INITDIALOG: {
+      SetWindowLongPtrW(dlg, DWLP_USER, lp);
+      ctx = reinterpret_cast<DialogContext*>(lp);
+      for (std::size_t i = 0; i < ctx->fields->size(); ++i) {
+        const DialogField& f = (*ctx->fields)[i];
+        HWND control = GetDlgItem(dlg, kFirstField + static_cast<int>(i));
+        if (f.choices.empty()) {
+          SetWindowTextW(control, f.value.c_str());
+          continue;
+        }
+        for (const std::wstring& c : f.choices)
+          SendMessageW(control, CB_ADDSTRING, 0, reinterpret_cast<LPARAM>(c.c_str()));
+        LRESULT chosen = SendMessageW(control, CB_FINDSTRINGEXACT, static_cast<WPARAM>(-1),
+                                      reinterpret_cast<LPARAM>(f.value.c_str()));
+        SendMessageW(control, CB_SETCURSEL, chosen == CB_ERR ? 0 : chosen, 0);
+      }
+      return TRUE;
+    }
+    case WM_COMMAND:
+      if (LOWORD(wp) == IDOK) {
+        std::vector<DialogField> edited = *ctx->fields;
+        for (std::size_t i = 0; i < edited.size(); ++i)
+          edited[i].value = WindowText(GetDlgItem(dlg, kFirstField + static_cast<int>(i)));
+        if (ctx->validate) {
+          const std::wstring problem = ctx->validate(edited);
+          if (!problem.empty()) {
+            MessageBoxW(dlg, problem.c_str(), L"Tavora", MB_OK | MB_ICONWARNING);
+            return TRUE;
+          }
+        }
+        *ctx->fields = std::move(edited);
+        EndDialog(dlg, IDOK);
+        return TRUE;
+      }
+      if (LOWORD(wp) == IDCANCEL) {
+        EndDialog(dlg, IDCANCEL);
+        return TRUE;
+      }
+      break;
+  }
+  return FALSE;
+}
+
+}  // namespace
+
+bool RunFieldDialog(HWND owner, const std::wstring& title, std::vector<DialogField>& fields,
+                    DialogValidator validate) {
+  TemplateBuilder t;
+  const short width = kMargin * 2 + kLabelWidth + kFieldWidth + 4;
+  const short height =
+      static_cast<short>(kMargin * 2 + kRowHeight * static_cast<int>(fields.size()) + 22);
+  t.Dword(DS_MODALFRAME | DS_SETFONT | DS_CENTER | WS_POPUP | WS_CAPTION | WS_SYSMENU);
+  t.Dword(0);
+  t.Word(static_cast<WORD>(fields.size() * 2 + 2));
+  t.Word(0);
+  t.Word(0);
+  t.Word(static_cast<WORD>(width));
+  t.Word(static_cast<WORD>(height));
+  t.Word(0);  // no menu
+  t.Word(0);  // the standard dialog class
+  t.Text(title);
+  t.Word(9);
+  t.Text(L"Segoe UI");
+  for (std::size_t i = 0; i < fields.size(); ++i) {
+    const short y = static_cast<short>(kMargin + kRowHeight * static_cast<int>(i));
+    t.Item(SS_LEFT, kMargin, y + 2, kLabelWidth, 10, 0xFFFF, 0x0082, fields[i].label);
+    const WORD id = static_cast<WORD>(kFirstField + i);
+    if (fields[i].choices.empty()) {
+      t.Item(WS_BORDER | WS_TABSTOP | ES_AUTOHSCROLL, kMargin + kLabelWidth, y, kFieldWidth, 13,
+             id, 0x0081, L"");
+    } else {
+      t.Item(WS_TABSTOP | CBS_DROPDOWNLIST | WS_VSCROLL, kMargin + kLabelWidth, y, kFieldWidth,
+             80, id, 0x0085, L"");
+    }
+  }
+  const short buttons = static_cast<short>(height - kMargin - 14);
+  t.Item(BS_DEFPUSHBUTTON | WS_TABSTOP, width - kMargin - 100, buttons, 48, 14, IDOK, 0x0080, L"OK");
+  t.Item(BS_PUSHBUTTON | WS_TABSTOP, width - kMargin - 48, buttons, 48, 14, IDCANCEL, 0x0080,
+         L"Cancel");
+  t.Align();
+  DialogContext ctx{&fields, validate};
+  return DialogBoxIndirectParamW(GetModuleHandleW(nullptr),
+                                 reinterpret_cast<LPCDLGTEMPLATEW>(t.Bytes().data()), owner,
+                                 DialogProc, reinterpret_cast<LPARAM>(&ctx)) == IDOK;
+}
+
+}  // namespace tavora

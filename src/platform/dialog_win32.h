@@ -1,0 +1,24 @@
+#pragma once
+// Small modal dialogs built in memory: a column of labelled fields with OK
+// and Cancel, for the few questions the shell asks (new image size, JPEG
+// quality). Sizes are in dialog units, so they follow the system font.
+#include <windows.h>
+
+#include <string>
+#include <vector>
+
+namespace tavora {
+
+struct DialogField {
+  std::wstring label;
+  std::wstring value;                 // the text of an edit, or the chosen item of a choice
+  std::vector<std::wstring> choices;  // empty: an edit box; else a drop-down list
+};
+
+// True on OK, with the fields' values updated; `validate` may refuse OK by
+// returning a message, which is shown and the dialog stays open.
+using DialogValidator = std::wstring (*)(const std::vector<DialogField>& fields);
+bool RunFieldDialog(HWND owner, const std::wstring& title, std::vector<DialogField>& fields,
+                    DialogValidator validate = nullptr);
+
+}  // namespace tavora

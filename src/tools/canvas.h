@@ -1,0 +1,30 @@
+#pragma once
+// The "KZCanvas" window: shows the active document and turns the mouse
+// into image coordinates. Windows only.
+#include <windows.h>
+
+#include "document/document.h"
+
+namespace tavora {
+
+struct CanvasSettings {
+  bool smooth = true;
+  bool grid = false;
+  bool dark = true;
+};
+
+void RegisterCanvasClasses(HINSTANCE instance);
+HWND CreateCanvas(HWND parent, HINSTANCE instance);
+// The document shown, or null for the empty state; a switch redraws all.
+void SetCanvasDocument(HWND canvas, Document* doc);
+void SetCanvasSettings(HWND canvas, const CanvasSettings& settings);
+// Fits a newly shown document (mode 1) once the canvas has its size.
+void FitCanvasDocument(HWND canvas, bool neverEnlarge);
+// Zoom commands: +1 in, -1 out about the centre; 100 % and actual pixels.
+void ZoomCanvas(HWND canvas, int direction);
+void ZoomCanvasTo(HWND canvas, bool actualPixels);
+// Repaints the image area that changed (image coordinates), or everything.
+void InvalidateCanvasImage(HWND canvas, const Rect& imageRect);
+void InvalidateCanvas(HWND canvas);
+
+}  // namespace tavora
