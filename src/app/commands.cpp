@@ -139,7 +139,7 @@ constexpr int32_t kLanded[] = {
     kCmdExit, kCmdUndo, kCmdRedo, kCmdFlattenImage, kCmdFlattenLayers, kCmdAbout,
     kCmdThemeSystem, kCmdThemeLight, kCmdThemeDark,
     kCmdNew, kCmdOpen, kCmdSave, kCmdSaveAs, kCmdClose,
-    kCmdZoomIn, kCmdZoomOut, kCmdFit, kCmdZoom100, kCmdActualPixels,
+    kCmdZoomIn, kCmdZoomOut, kCmdFit, kCmdZoom100, kCmdActualPixels, kCmdSmooth, kCmdGrid,
 };
 
 // What each command needs beyond having landed.

@@ -129,6 +129,8 @@ void RefreshMenus() {
     EnableMenuItem(g.menuBar, static_cast<UINT>(id),
                    MF_BYCOMMAND | (CommandAvailable(id, state) ? MF_ENABLED : MF_GRAYED));
   }
+  CheckMenuItem(g.menuBar, kCmdSmooth, MF_BYCOMMAND | (g.view.smooth ? MF_CHECKED : MF_UNCHECKED));
+  CheckMenuItem(g.menuBar, kCmdGrid, MF_BYCOMMAND | (g.view.grid ? MF_CHECKED : MF_UNCHECKED));
   CheckMenuRadioItem(g.menuBar, kCmdThemeSystem, kCmdThemeDark,
                      kCmdThemeSystem + static_cast<int32_t>(g.view.theme), MF_BYCOMMAND);
   // Open Recent lists the recent files; empty, it is greyed.
@@ -482,6 +484,16 @@ void RunCommand(int32_t id) {
     case kCmdZoom100:
     case kCmdActualPixels:
       ZoomCanvasTo(g.canvas, id == kCmdActualPixels);
+      break;
+    case kCmdSmooth:
+      g.view.smooth = !g.view.smooth;
+      AppSettings().SetInt(u"View", u"Smooth", g.view.smooth ? 1 : 0);
+      SetCanvasSettings(g.canvas, {g.view.smooth, g.view.grid, g.dark});
+      break;
+    case kCmdGrid:
+      // Lasts until exit; the remembered start value is the Settings window's.
+      g.view.grid = !g.view.grid;
+      SetCanvasSettings(g.canvas, {g.view.smooth, g.view.grid, g.dark});
       break;
     case kCmdUndo:
       if (doc) Undo(*doc);

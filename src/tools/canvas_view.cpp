@@ -228,6 +228,29 @@ ImagePoint ScreenToImage(const CanvasLayout& L, const Document& doc, double x, d
   return p;
 }
 
+GridLines PixelGridLines(const CanvasLayout& L, const Document& doc) {
+  GridLines g;
+  if (L.scale < 8.0) return g;
+  g.clip = Intersect({L.originX, L.originY,
+                      L.originX + static_cast<int32_t>(std::lround(doc.width * L.scale)),
+                      L.originY + static_cast<int32_t>(std::lround(doc.height * L.scale))},
+                     {0, 0, L.clientW, L.clientH});
+  if (g.clip.Empty()) return g;
+  const int32_t firstX = std::max(0, static_cast<int32_t>((g.clip.x0 - L.originX) / L.scale));
+  for (int32_t i = firstX; i <= doc.width; ++i) {
+    const int32_t x = L.originX + static_cast<int32_t>(std::lround(i * L.scale));
+    if (x >= g.clip.x1) break;
+    if (x >= g.clip.x0) g.xs.push_back(x);
+  }
+  const int32_t firstY = std::max(0, static_cast<int32_t>((g.clip.y0 - L.originY) / L.scale));
+  for (int32_t i = firstY; i <= doc.height; ++i) {
+    const int32_t y = L.originY + static_cast<int32_t>(std::lround(i * L.scale));
+    if (y >= g.clip.y1) break;
+    if (y >= g.clip.y0) g.ys.push_back(y);
+  }
+  return g;
+}
+
 SampleMode SampleModeFor(double scale, double dpiScale, bool smooth) {
   if (!smooth || scale / dpiScale >= 4.0) return SampleMode::Nearest;
   return scale >= 1.0 ? SampleMode::Bilinear : SampleMode::AreaAverage;

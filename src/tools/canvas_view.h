@@ -3,6 +3,7 @@
 // area, zooming and fitting, the dirty rectangle, and the render pass that
 // fills the back buffer (checkerboard, sampling, selection outline).
 #include <cstdint>
+#include <vector>
 
 #include "document/document.h"
 #include "document/rect.h"
@@ -79,6 +80,14 @@ struct CanvasRender {
 // Renders the rows [area.y0, area.y1) over [area.x0, area.x1) of the back
 // buffer, split over the row workers.
 void RenderCanvas(const CanvasRender& render, const Rect& area);
+
+// The pixel grid: device x and y of every image column and row boundary
+// within the visible image, shown only from 8 device pixels per image pixel.
+struct GridLines {
+  std::vector<int32_t> xs, ys;
+  Rect clip;  // the visible image area
+};
+GridLines PixelGridLines(const CanvasLayout& layout, const Document& doc);
 
 enum class SampleMode { Nearest, Bilinear, AreaAverage };
 SampleMode SampleModeFor(double scale, double dpiScale, bool smooth);

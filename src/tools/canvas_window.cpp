@@ -92,6 +92,27 @@ void PaintEmpty(HDC dc, const RECT& r, const CanvasState& s, UINT dpi) {
   DeleteObject(body);
 }
 
+// Lines that invert what is under them, so they show on any picture.
+void DrawPixelGrid(HDC dc, HWND hwnd, const CanvasState& s) {
+  const GridLines grid = PixelGridLines(ComputeLayout(*s.doc, Client(hwnd)), *s.doc);
+  if (grid.xs.empty() && grid.ys.empty()) return;
+  const int saved = SaveDC(dc);
+  IntersectClipRect(dc, grid.clip.x0, grid.clip.y0, grid.clip.x1, grid.clip.y1);
+  HPEN pen = CreatePen(PS_SOLID, 1, RGB(0x30, 0x30, 0x30));
+  SelectObject(dc, pen);
+  SetROP2(dc, R2_XORPEN);
+  for (int32_t x : grid.xs) {
+    MoveToEx(dc, x, grid.clip.y0, nullptr);
+    LineTo(dc, x, grid.clip.y1);
+  }
+  for (int32_t y : grid.ys) {
+    MoveToEx(dc, grid.clip.x0, y, nullptr);
+    LineTo(dc, grid.clip.x1, y);
+  }
+  RestoreDC(dc, saved);
+  DeleteObject(pen);
+}
+
 void Paint(HWND hwnd, CanvasState& s) {
   PAINTSTRUCT ps;
   HDC dc = BeginPaint(hwnd, &ps);
@@ -129,6 +150,7 @@ void Paint(HWND hwnd, CanvasState& s) {
          ps.rcPaint.bottom - ps.rcPaint.top, mem, ps.rcPaint.left, ps.rcPaint.top, SRCCOPY);
   SelectObject(mem, old);
   DeleteDC(mem);
+  if (s.settings.grid) DrawPixelGrid(dc, hwnd, s);
   EndPaint(hwnd, &ps);
 }
 

@@ -195,3 +195,22 @@ TEST(CanvasRenderPass, OutsideTheImageIsTheBackgroundAndSelectionsShowTheirEdge)
 
 }  // namespace
 }  // namespace tavora
+
+namespace tavora {
+namespace {
+
+TEST(CanvasGrid, LinesAtEveryVisibleBoundaryFromEightDevicePixels) {
+  Document doc;
+  doc.width = 100;
+  doc.height = 3;
+  EXPECT_TRUE(PixelGridLines({6.0, 0, 0, 400, 400}, doc).xs.empty());
+  const GridLines g = PixelGridLines({8.0, -12, 10, 40, 400}, doc);
+  // Columns start at -12 + 8i: the visible ones are 4, 12, 20, 28, 36.
+  EXPECT_EQ(g.xs, (std::vector<int32_t>{4, 12, 20, 28, 36}));
+  EXPECT_EQ(g.ys, (std::vector<int32_t>{10, 18, 26}));  // the bottom edge (34) is outside the clip
+  EXPECT_EQ(g.clip, (Rect{0, 10, 40, 34}));
+  EXPECT_FALSE(PixelGridLines({16.0, 0, 0, 400, 400}, doc).xs.empty());  // 8 at a 200 % screen
+}
+
+}  // namespace
+}  // namespace tavora
