@@ -27,6 +27,7 @@
 #include "platform/dpi_win32.h"
 #include "platform/gdiplus_codecs_win32.h"
 #include "platform/system_paths.h"
+#include "panels/history_panel.h"
 #include "tools/canvas.h"
 
 namespace tavora {
@@ -54,6 +55,8 @@ struct Shell {
   int32_t activeTab = -1;
   bool browseOpen = false;
   HWND canvas = nullptr;
+  HWND history = nullptr;
+  bool historyShown = true;
   RecentFiles recent;
 };
 
@@ -129,6 +132,7 @@ void RefreshMenus() {
     EnableMenuItem(g.menuBar, static_cast<UINT>(id),
                    MF_BYCOMMAND | (CommandAvailable(id, state) ? MF_ENABLED : MF_GRAYED));
   }
+  CheckMenuItem(g.menuBar, kCmdHistory, MF_BYCOMMAND | (g.historyShown ? MF_CHECKED : MF_UNCHECKED));
   CheckMenuItem(g.menuBar, kCmdSmooth, MF_BYCOMMAND | (g.view.smooth ? MF_CHECKED : MF_UNCHECKED));
   CheckMenuItem(g.menuBar, kCmdGrid, MF_BYCOMMAND | (g.view.grid ? MF_CHECKED : MF_UNCHECKED));
   CheckMenuRadioItem(g.menuBar, kCmdThemeSystem, kCmdThemeDark,
@@ -200,6 +204,8 @@ void ApplyTheme() {
 
 // ---------------------------------------------------------------- documents
 
+void LayoutChildren();
+
 void UpdateTitle() {
   Document* doc = ActiveDocument();
   const std::u16string title =
@@ -209,6 +215,7 @@ void UpdateTitle() {
 
 void ShowActive() {
   SetCanvasDocument(g.canvas, ActiveDocument());
+  SetHistoryPanelDocument(g.history, ActiveDocument());
   UpdateTitle();
   RefreshMenus();
 }
@@ -460,6 +467,7 @@ void RunCommand(int32_t id) {
       AppSettings().SetInt(u"View", u"Theme", id - kCmdThemeSystem);
       ApplyTheme();
       SetCanvasSettings(g.canvas, {g.view.smooth, g.view.grid, g.dark});
+      SetHistoryPanelTheme(g.history, g.dark);
       break;
     case kCmdNew:
       NewImage();
@@ -484,6 +492,11 @@ void RunCommand(int32_t id) {
     case kCmdZoom100:
     case kCmdActualPixels:
       ZoomCanvasTo(g.canvas, id == kCmdActualPixels);
+      break;
+    case kCmdHistory:
+      g.historyShown = !g.historyShown;
+      AppSettings().SetInt(u"History", u"Panel", g.historyShown ? 1 : 0);
+      LayoutChildren();
       break;
     case kCmdSmooth:
       g.view.smooth = !g.view.smooth;
@@ -524,7 +537,9 @@ void OnAreaChanged(Document& doc, const Rect& area) {
   if (&doc == ActiveDocument()) InvalidateCanvasImage(g.canvas, area);
 }
 void OnHistoryChanged(Document& doc) {
-  if (&doc == ActiveDocument()) UpdateTitle();
+  if (&doc != ActiveDocument()) return;
+  UpdateTitle();
+  RefreshHistoryPanel(g.history);
 }
 void OnWholeDocumentChanged(Document& doc) {
   if (&doc == ActiveDocument()) SetCanvasDocument(g.canvas, &doc);
@@ -535,7 +550,13 @@ const DocumentObserver kObserver{&OnAreaChanged, &OnHistoryChanged, &OnWholeDocu
 void LayoutChildren() {
   RECT r;
   GetClientRect(g.main, &r);
-  if (g.canvas) MoveWindow(g.canvas, 0, 0, r.right - r.left, r.bottom - r.top, TRUE);
+  const int width = r.right - r.left, height = r.bottom - r.top;
+  const int panel = g.historyShown ? std::min(HistoryPanelWidth(g.dpi), width / 2) : 0;
+  if (g.history) {
+    MoveWindow(g.history, width - panel, 0, panel, height, TRUE);
+    ShowWindow(g.history, g.historyShown ? SW_SHOWNA : SW_HIDE);
+  }
+  if (g.canvas) MoveWindow(g.canvas, 0, 0, width - panel, height, TRUE);
 }
 
 void PaintClient(HWND hwnd) {
@@ -708,6 +729,7 @@ int RunTavora(HINSTANCE instance, int showFlag) {
   ApplyTheme();
   RegisterMainClass();
   RegisterCanvasClasses(instance);
+  RegisterHistoryPanelClass(instance);
   const WindowPlacement placement = LoadWindowPlacement(AppSettings(), g.scale);
   g.menuBar = CreateMenu();
   BuildMenu(g.menuBar, MenuBar());
@@ -726,6 +748,9 @@ int RunTavora(HINSTANCE instance, int showFlag) {
   DragAcceptFiles(g.main, TRUE);
   g.canvas = CreateCanvas(g.main, instance);
   SetCanvasSettings(g.canvas, {g.view.smooth, g.view.grid, g.dark});
+  g.history = CreateHistoryPanel(g.main, instance);
+  g.historyShown = AppSettings().GetInt(u"History", u"Panel", 1) != 0;
+  SetHistoryPanelTheme(g.history, g.dark);
   LayoutChildren();
   g.accelerators = BuildAccelerators();
 

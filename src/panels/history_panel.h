@@ -1,0 +1,19 @@
+#pragma once
+// The History panel "KZHistory": the document's states, the current one
+// marked, a click jumps there by repeated Undo or Redo. Windows only.
+#include <windows.h>
+
+#include "document/document.h"
+
+namespace tavora {
+
+void RegisterHistoryPanelClass(HINSTANCE instance);
+HWND CreateHistoryPanel(HWND parent, HINSTANCE instance);
+void SetHistoryPanelDocument(HWND panel, const Document* doc);
+void SetHistoryPanelTheme(HWND panel, bool dark);
+// Redraws after the history changed.
+void RefreshHistoryPanel(HWND panel);
+// The panel's width at a dpi.
+int HistoryPanelWidth(UINT dpi);
+
+}  // namespace tavora
