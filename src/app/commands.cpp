@@ -140,7 +140,7 @@ constexpr int32_t kLanded[] = {
     kCmdThemeSystem, kCmdThemeLight, kCmdThemeDark,
     kCmdNew, kCmdOpen, kCmdSave, kCmdSaveAs, kCmdClose,
     kCmdZoomIn, kCmdZoomOut, kCmdFit, kCmdZoom100, kCmdActualPixels, kCmdSmooth, kCmdGrid,
-    kCmdHistory,
+    kCmdHistory, kCmdSettings,
 };
 
 // What each command needs beyond having landed.

@@ -407,6 +407,77 @@ void NewImage() {
   AddTab(CreateDocument(size.width, size.height, _wtoi(fields[2].value.c_str()), fill, 0));
 }
 
+// ---------------------------------------------------------------- settings
+
+struct SettingsValue {
+  const char16_t* section;
+  const char16_t* key;
+  const wchar_t* label;
+  bool yesNo;
+  int32_t yesNoDefault;
+};
+// The seven values the Settings window owns.
+constexpr SettingsValue kSettingsValues[] = {
+    {u"Browse", u"DefaultDir", L"Browse opens in:", false, 0},
+    {u"Browse", u"ShowHidden", L"Show hidden files:", true, 1},
+    {u"View", u"StartBrowse", L"Open Browse at start:", true, 1},
+    {u"View", u"Ruler", L"Show the ruler:", true, 0},
+    {u"View", u"Grid", L"Show the pixel grid when zoomed in:", true, 0},
+    {u"External", u"Upscayl", L"Upscayl engine:", false, 0},
+    {u"External", u"Photoshop", L"Photoshop:", false, 0},
+};
+
+void ApplyFirstLaunchView() {
+  g.view = ReadViewSettings(AppSettings());
+  g.historyShown = true;
+  ApplyTheme();
+  SetCanvasSettings(g.canvas, {g.view.smooth, g.view.grid, g.dark});
+  SetHistoryPanelTheme(g.history, g.dark);
+  LayoutChildren();
+  RefreshMenus();
+}
+
+bool ResetAllSettings(HWND dialog) {
+  const wchar_t* question =
+      L"Reset every remembered value to its first-launch default?\n\nThis covers all tool "
+      L"options (brush sizes, hardness, and so on), the values remembered by every effect, layer "
+      L"effect and dialog, colors, theme, slideshow, print, batch, Browse view and the History "
+      L"panel.\n\nThe settings in this Settings window and your recent files are kept. This "
+      L"cannot be undone.";
+  if (MessageBoxW(dialog, question, L"Reset all settings",
+                  MB_YESNO | MB_ICONWARNING | MB_DEFBUTTON2) != IDYES)
+    return false;
+  AppSettings().ResetAll();
+  ApplyFirstLaunchView();
+  MessageBoxW(dialog, L"All settings are back to their first-launch values.",
+              L"Reset all settings", MB_OK | MB_ICONINFORMATION);
+  return true;
+}
+
+void ShowSettings() {
+  std::vector<DialogField> fields;
+  for (const SettingsValue& v : kSettingsValues) {
+    if (v.yesNo) {
+      const bool on = AppSettings().GetInt(v.section, v.key, v.yesNoDefault) != 0;
+      fields.push_back({v.label, on ? L"Yes" : L"No", {L"Yes", L"No"}});
+    } else {
+      fields.push_back({v.label, Wide(AppSettings().GetString(v.section, v.key)), {}});
+    }
+  }
+  const DialogExtraButton reset{L"Reset all settings…", &ResetAllSettings};
+  if (!RunFieldDialog(g.main, L"Settings", fields, nullptr, &reset)) return;
+  for (std::size_t i = 0; i < fields.size(); ++i) {
+    const SettingsValue& v = kSettingsValues[i];
+    if (v.yesNo) {
+      AppSettings().SetInt(v.section, v.key, fields[i].value == L"Yes" ? 1 : 0);
+    } else {
+      AppSettings().SetString(v.section, v.key,
+                              std::u16string(fields[i].value.begin(), fields[i].value.end()));
+    }
+  }
+  RefreshMenus();
+}
+
 // Tabs past the ninth, offered as a pop-up list.
 void ShowMoreTabs() {
   HMENU menu = CreatePopupMenu();
@@ -492,6 +563,9 @@ void RunCommand(int32_t id) {
     case kCmdZoom100:
     case kCmdActualPixels:
       ZoomCanvasTo(g.canvas, id == kCmdActualPixels);
+      break;
+    case kCmdSettings:
+      ShowSettings();
       break;
     case kCmdHistory:
       g.historyShown = !g.historyShown;

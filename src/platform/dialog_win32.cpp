@@ -5,8 +5,8 @@
 namespace tavora {
 namespace {
 
-constexpr WORD kFirstField = 100;
-constexpr int kLabelWidth = 70, kFieldWidth = 110, kRowHeight = 18, kMargin = 7;
+constexpr WORD kFirstField = 100, kExtraButton = 99;
+constexpr int kLabelWidth = 130, kFieldWidth = 150, kRowHeight = 18, kMargin = 7;
 
 // DLGTEMPLATE and DLGITEMTEMPLATE records are packed words, each item
 // aligned to 4 bytes.
@@ -51,6 +51,7 @@ class TemplateBuilder {
 struct DialogContext {
   std::vector<DialogField>* fields;
   DialogValidator validate;
+  const DialogExtraButton* extra;
 };
 
 std::wstring WindowText(HWND h) {
@@ -96,6 +97,10 @@ INT_PTR CALLBACK DialogProc(HWND dlg, UINT msg, WPARAM wp, LPARAM lp) {
         EndDialog(dlg, IDOK);
         return TRUE;
       }
+      if (LOWORD(wp) == kExtraButton && ctx->extra && ctx->extra->action) {
+        if (ctx->extra->action(dlg)) EndDialog(dlg, IDCANCEL);
+        return TRUE;
+      }
       if (LOWORD(wp) == IDCANCEL) {
         EndDialog(dlg, IDCANCEL);
         return TRUE;
@@ -108,14 +113,14 @@ INT_PTR CALLBACK DialogProc(HWND dlg, UINT msg, WPARAM wp, LPARAM lp) {
 }  // namespace
 
 bool RunFieldDialog(HWND owner, const std::wstring& title, std::vector<DialogField>& fields,
-                    DialogValidator validate) {
+                    DialogValidator validate, const DialogExtraButton* extra) {
   TemplateBuilder t;
   const short width = kMargin * 2 + kLabelWidth + kFieldWidth + 4;
   const short height =
       static_cast<short>(kMargin * 2 + kRowHeight * static_cast<int>(fields.size()) + 22);
   t.Dword(DS_MODALFRAME | DS_SETFONT | DS_CENTER | WS_POPUP | WS_CAPTION | WS_SYSMENU);
   t.Dword(0);
-  t.Word(static_cast<WORD>(fields.size() * 2 + 2));
+  t.Word(static_cast<WORD>(fields.size() * 2 + 2 + (extra ? 1 : 0)));
   t.Word(0);
   t.Word(0);
   t.Word(static_cast<WORD>(width));
@@ -141,8 +146,10 @@ bool RunFieldDialog(HWND owner, const std::wstring& title, std::vector<DialogFie
   t.Item(BS_DEFPUSHBUTTON | WS_TABSTOP, width - kMargin - 100, buttons, 48, 14, IDOK, 0x0080, L"OK");
   t.Item(BS_PUSHBUTTON | WS_TABSTOP, width - kMargin - 48, buttons, 48, 14, IDCANCEL, 0x0080,
          L"Cancel");
+  if (extra)
+    t.Item(BS_PUSHBUTTON | WS_TABSTOP, kMargin, buttons, 90, 14, kExtraButton, 0x0080, extra->label);
   t.Align();
-  DialogContext ctx{&fields, validate};
+  DialogContext ctx{&fields, validate, extra};
   return DialogBoxIndirectParamW(GetModuleHandleW(nullptr),
                                  reinterpret_cast<LPCDLGTEMPLATEW>(t.Bytes().data()), owner,
                                  DialogProc, reinterpret_cast<LPARAM>(&ctx)) == IDOK;

@@ -18,7 +18,13 @@ struct DialogField {
 // True on OK, with the fields' values updated; `validate` may refuse OK by
 // returning a message, which is shown and the dialog stays open.
 using DialogValidator = std::wstring (*)(const std::vector<DialogField>& fields);
+// An optional third button at the left; its action returns true to close
+// the dialog (as Cancel).
+struct DialogExtraButton {
+  std::wstring label;
+  bool (*action)(HWND dialog) = nullptr;
+};
 bool RunFieldDialog(HWND owner, const std::wstring& title, std::vector<DialogField>& fields,
-                    DialogValidator validate = nullptr);
+                    DialogValidator validate = nullptr, const DialogExtraButton* extra = nullptr);
 
 }  // namespace tavora
