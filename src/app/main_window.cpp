@@ -215,6 +215,7 @@ void UpdateTitle() {
 
 void ShowActive() {
   SetCanvasDocument(g.canvas, ActiveDocument());
+  LayoutChildren();
   SetHistoryPanelDocument(g.history, ActiveDocument());
   UpdateTitle();
   RefreshMenus();
@@ -630,7 +631,7 @@ void LayoutChildren() {
     MoveWindow(g.history, width - panel, 0, panel, height, TRUE);
     ShowWindow(g.history, g.historyShown ? SW_SHOWNA : SW_HIDE);
   }
-  if (g.canvas) MoveWindow(g.canvas, 0, 0, width - panel, height, TRUE);
+  if (g.canvas) PlaceCanvas(g.canvas, {0, 0, width - panel, height});
 }
 
 void PaintClient(HWND hwnd) {

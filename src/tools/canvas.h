@@ -14,8 +14,12 @@ struct CanvasSettings {
 };
 
 void RegisterCanvasClasses(HINSTANCE instance);
+// The canvas and its two "KZScrollBar" siblings (horizontal, vertical).
 HWND CreateCanvas(HWND parent, HINSTANCE instance);
+// Places the canvas and its scroll bars in an area of the parent.
+void PlaceCanvas(HWND canvas, const RECT& area);
 // The document shown, or null for the empty state; a switch redraws all.
+// Place the canvas again afterwards: the scroll bars come and go with it.
 void SetCanvasDocument(HWND canvas, Document* doc);
 void SetCanvasSettings(HWND canvas, const CanvasSettings& settings);
 // Fits a newly shown document (mode 1) once the canvas has its size.

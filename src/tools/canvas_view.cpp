@@ -251,6 +251,36 @@ GridLines PixelGridLines(const CanvasLayout& L, const Document& doc) {
   return g;
 }
 
+ScrollMetrics ScrollMetricsFor(const Document& doc, const ClientArea& client, bool vertical) {
+  const double s = doc.zoom * client.dpiScale;
+  ScrollMetrics m;
+  m.content = static_cast<int32_t>(std::ceil((vertical ? doc.height : doc.width) * s));
+  m.page = vertical ? client.height : client.width;
+  m.position = vertical ? doc.scrollY : doc.scrollX;
+  return m;
+}
+
+ThumbSpan ThumbFor(const ScrollMetrics& m, int32_t track, int32_t minThumb) {
+  if (m.content <= m.page || track <= 0) return {0, std::max(track, 0)};
+  const int32_t length =
+      std::clamp(static_cast<int32_t>(int64_t{track} * m.page / m.content), std::min(minThumb, track), track);
+  const int32_t range = m.content - m.page;
+  const int32_t start = static_cast<int32_t>(int64_t{track - length} *
+                                             std::clamp(m.position, 0, range) / range);
+  return {start, length};
+}
+
+int32_t PositionForThumb(const ScrollMetrics& m, int32_t track, int32_t minThumb, int32_t thumbStart) {
+  const ThumbSpan thumb = ThumbFor(m, track, minThumb);
+  const int32_t free = track - thumb.length;
+  if (m.content <= m.page || free <= 0) return 0;
+  const int32_t range = m.content - m.page;
+  return static_cast<int32_t>(int64_t{std::clamp(thumbStart, 0, free)} * range / free);
+}
+
+int32_t ScrollLineStep(double dpiScale) { return static_cast<int32_t>(40 * dpiScale); }
+int32_t ScrollPageStep(int32_t page) { return page * 9 / 10; }
+
 SampleMode SampleModeFor(double scale, double dpiScale, bool smooth) {
   if (!smooth || scale / dpiScale >= 4.0) return SampleMode::Nearest;
   return scale >= 1.0 ? SampleMode::Bilinear : SampleMode::AreaAverage;

@@ -89,6 +89,23 @@ struct GridLines {
 };
 GridLines PixelGridLines(const CanvasLayout& layout, const Document& doc);
 
+// The canvas's own scroll bars: content and page in device pixels.
+struct ScrollMetrics {
+  int32_t content = 0;   // the scaled image extent
+  int32_t page = 0;      // the client extent
+  int32_t position = 0;  // the scroll offset
+};
+ScrollMetrics ScrollMetricsFor(const Document& doc, const ClientArea& client, bool vertical);
+struct ThumbSpan {
+  int32_t start = 0, length = 0;  // along the track; the whole track when all fits
+};
+ThumbSpan ThumbFor(const ScrollMetrics& m, int32_t track, int32_t minThumb);
+// The scroll offset that puts the thumb's start at `thumbStart`.
+int32_t PositionForThumb(const ScrollMetrics& m, int32_t track, int32_t minThumb, int32_t thumbStart);
+// A line is 40 device-independent pixels; a page nine tenths of the page.
+int32_t ScrollLineStep(double dpiScale);
+int32_t ScrollPageStep(int32_t page);
+
 enum class SampleMode { Nearest, Bilinear, AreaAverage };
 SampleMode SampleModeFor(double scale, double dpiScale, bool smooth);
 

@@ -3,6 +3,7 @@
 #include <windowsx.h>
 
 #include <algorithm>
+#include <climits>
 #include <cmath>
 #include <memory>
 #include <unordered_map>
@@ -16,8 +17,12 @@
 namespace tavora {
 namespace {
 
+constexpr int kBarDip = 14, kMinThumbDip = 16;
+constexpr UINT kScrollTo = WM_APP + 1;  // wParam: 1 vertical; lParam: the new offset
+
 struct CanvasState {
   Document* doc = nullptr;
+  HWND bars[2] = {nullptr, nullptr};  // horizontal, vertical
   CanvasSettings settings;
   HBITMAP buffer = nullptr;
   uint32_t* bits = nullptr;
@@ -65,6 +70,8 @@ void EnsureBuffer(HWND hwnd, CanvasState& s) {
   void* bits = nullptr;
   s.buffer = CreateDIBSection(nullptr, &bi, DIB_RGB_COLORS, &bits, nullptr, 0);
   s.bits = static_cast<uint32_t*>(bits);
+  // A new buffer: all of it and nothing beyond it is to be drawn.
+  s.dirty.Clear();
   s.dirty.AddAll(c.width, c.height);
 }
 
@@ -141,7 +148,7 @@ void Paint(HWND hwnd, CanvasState& s) {
     render.target = s.bits;
     render.targetStride = s.bufferW;
     GdiFlush();
-    RenderCanvas(render, s.dirty.Area());
+    RenderCanvas(render, Intersect(s.dirty.Area(), {0, 0, s.bufferW, s.bufferH}));
     s.dirty.Clear();
   }
   HDC mem = CreateCompatibleDC(dc);
@@ -158,6 +165,112 @@ void MarkAll(HWND hwnd, CanvasState& s) {
   const ClientArea c = Client(hwnd);
   s.dirty.AddAll(c.width, c.height);
   InvalidateRect(hwnd, nullptr, FALSE);
+  for (HWND bar : s.bars)
+    if (bar) InvalidateRect(bar, nullptr, FALSE);
+}
+
+void ScrollToOffset(HWND hwnd, CanvasState& s, bool vertical, int32_t offset) {
+  if (!s.doc) return;
+  (vertical ? s.doc->scrollY : s.doc->scrollX) = offset;
+  ClampScroll(*s.doc, Client(hwnd));
+  MarkAll(hwnd, s);
+}
+
+// ---------------------------------------------------------------- scroll bars
+
+struct BarState {
+  HWND canvas = nullptr;
+  bool vertical = false;
+  bool dragging = false;
+  int32_t grabOffset = 0;  // where in the thumb the drag began
+};
+std::unordered_map<HWND, BarState> g_bars;
+
+struct BarGeometry {
+  ScrollMetrics metrics;
+  int32_t track = 0, minThumb = 0;
+  ThumbSpan thumb;
+};
+
+BarGeometry Geometry(HWND bar, const BarState& b) {
+  BarGeometry g;
+  CanvasState* s = State(b.canvas);
+  RECT r;
+  GetClientRect(bar, &r);
+  g.track = b.vertical ? r.bottom - r.top : r.right - r.left;
+  g.minThumb = MulDiv(kMinThumbDip, static_cast<int>(WindowDpi(bar)), 96);
+  if (s && s->doc) g.metrics = ScrollMetricsFor(*s->doc, Client(b.canvas), b.vertical);
+  g.thumb = ThumbFor(g.metrics, g.track, g.minThumb);
+  return g;
+}
+
+void PaintBar(HWND bar, const BarState& b) {
+  PAINTSTRUCT ps;
+  HDC dc = BeginPaint(bar, &ps);
+  RECT r;
+  GetClientRect(bar, &r);
+  CanvasState* s = State(b.canvas);
+  const bool dark = !s || s->settings.dark;
+  HBRUSH track = CreateSolidBrush(dark ? RGB(0x24, 0x25, 0x29) : RGB(0xE8, 0xE9, 0xEC));
+  FillRect(dc, &r, track);
+  DeleteObject(track);
+  const BarGeometry g = Geometry(bar, b);
+  if (g.metrics.content > g.metrics.page) {
+    const int inset = MulDiv(3, static_cast<int>(WindowDpi(bar)), 96);
+    RECT t = b.vertical ? RECT{r.left + inset, g.thumb.start, r.right - inset, g.thumb.start + g.thumb.length}
+                        : RECT{g.thumb.start, r.top + inset, g.thumb.start + g.thumb.length, r.bottom - inset};
+    HBRUSH thumb = CreateSolidBrush(dark ? RGB(0x5A, 0x5D, 0x63) : RGB(0xA8, 0xAB, 0xB0));
+    FillRect(dc, &t, thumb);
+    DeleteObject(thumb);
+  }
+  EndPaint(bar, &ps);
+}
+
+LRESULT CALLBACK BarProc(HWND bar, UINT msg, WPARAM wp, LPARAM lp) {
+  auto it = g_bars.find(bar);
+  if (it == g_bars.end()) return DefWindowProcW(bar, msg, wp, lp);
+  BarState& b = it->second;
+  switch (msg) {
+    case WM_PAINT:
+      PaintBar(bar, b);
+      return 0;
+    case WM_ERASEBKGND:
+      return 1;
+    case WM_LBUTTONDOWN: {
+      const BarGeometry g = Geometry(bar, b);
+      if (g.metrics.content <= g.metrics.page) return 0;
+      const int32_t at = b.vertical ? GET_Y_LPARAM(lp) : GET_X_LPARAM(lp);
+      if (at >= g.thumb.start && at < g.thumb.start + g.thumb.length) {
+        b.dragging = true;
+        b.grabOffset = at - g.thumb.start;
+        SetCapture(bar);
+      } else {
+        // A click on the track moves by a page towards it.
+        const int32_t page = ScrollPageStep(g.metrics.page);
+        const int32_t to = g.metrics.position + (at < g.thumb.start ? -page : page);
+        SendMessageW(b.canvas, kScrollTo, b.vertical, to);
+      }
+      return 0;
+    }
+    case WM_MOUSEMOVE:
+      if (b.dragging) {
+        const BarGeometry g = Geometry(bar, b);
+        const int32_t at = b.vertical ? GET_Y_LPARAM(lp) : GET_X_LPARAM(lp);
+        SendMessageW(b.canvas, kScrollTo, b.vertical,
+                     PositionForThumb(g.metrics, g.track, g.minThumb, at - b.grabOffset));
+      }
+      return 0;
+    case WM_LBUTTONUP:
+      if (b.dragging) {
+        b.dragging = false;
+        ReleaseCapture();
+      }
+      return 0;
+    case WM_NCDESTROY:
+      g_bars.erase(it);
+      break;
+  }
+  return DefWindowProcW(bar, msg, wp, lp);
 }
 
 void ScrollBy(HWND hwnd, CanvasState& s, int32_t dx, int32_t dy) {
@@ -216,6 +329,24 @@ LRESULT CALLBACK CanvasProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
         ReleaseCapture();
       }
       return 0;
+    case kScrollTo:
+      if (s) ScrollToOffset(hwnd, *s, wp != 0, static_cast<int32_t>(lp));
+      return 0;
+    case WM_KEYDOWN:
+      if (s && s->doc) {
+        const int32_t line = ScrollLineStep(Client(hwnd).dpiScale);
+        switch (wp) {
+          case VK_LEFT: ScrollBy(hwnd, *s, -line, 0); return 0;
+          case VK_RIGHT: ScrollBy(hwnd, *s, line, 0); return 0;
+          case VK_UP: ScrollBy(hwnd, *s, 0, -line); return 0;
+          case VK_DOWN: ScrollBy(hwnd, *s, 0, line); return 0;
+          case VK_PRIOR: ScrollBy(hwnd, *s, 0, -ScrollPageStep(Client(hwnd).height)); return 0;
+          case VK_NEXT: ScrollBy(hwnd, *s, 0, ScrollPageStep(Client(hwnd).height)); return 0;
+          case VK_HOME: ScrollToOffset(hwnd, *s, true, 0); return 0;
+          case VK_END: ScrollToOffset(hwnd, *s, true, INT32_MAX); return 0;
+        }
+      }
+      break;
     case WM_MOUSEWHEEL: {
       if (!s || !s->doc) return 0;
       const int delta = GET_WHEEL_DELTA_WPARAM(wp);
@@ -246,11 +377,40 @@ void RegisterCanvasClasses(HINSTANCE instance) {
   wc.hCursor = LoadCursorW(nullptr, IDC_ARROW);
   wc.lpszClassName = L"KZCanvas";
   RegisterClassExW(&wc);
+  WNDCLASSEXW bar{sizeof bar};
+  bar.lpfnWndProc = BarProc;
+  bar.hInstance = instance;
+  bar.hCursor = LoadCursorW(nullptr, IDC_ARROW);
+  bar.lpszClassName = L"KZScrollBar";
+  RegisterClassExW(&bar);
 }
 
 HWND CreateCanvas(HWND parent, HINSTANCE instance) {
-  return CreateWindowExW(0, L"KZCanvas", L"", WS_CHILD | WS_VISIBLE | WS_CLIPCHILDREN | WS_CLIPSIBLINGS,
-                         0, 0, 100, 100, parent, nullptr, instance, nullptr);
+  HWND canvas = CreateWindowExW(0, L"KZCanvas", L"",
+                                WS_CHILD | WS_VISIBLE | WS_CLIPCHILDREN | WS_CLIPSIBLINGS, 0, 0,
+                                100, 100, parent, nullptr, instance, nullptr);
+  CanvasState* s = State(canvas);
+  if (!s) return canvas;
+  for (int i = 0; i < 2; ++i) {
+    s->bars[i] = CreateWindowExW(0, L"KZScrollBar", L"", WS_CHILD | WS_CLIPSIBLINGS, 0, 0, 10, 10,
+                                 parent, nullptr, instance, nullptr);
+    g_bars[s->bars[i]] = BarState{canvas, i == 1};
+  }
+  return canvas;
+}
+
+void PlaceCanvas(HWND canvas, const RECT& area) {
+  CanvasState* s = State(canvas);
+  // The bars are shown while a document is: the empty state needs none.
+  const bool bars = s && s->doc;
+  const int thick = bars ? MulDiv(kBarDip, static_cast<int>(WindowDpi(canvas)), 96) : 0;
+  const int w = std::max(0, static_cast<int>(area.right - area.left) - thick);
+  const int h = std::max(0, static_cast<int>(area.bottom - area.top) - thick);
+  MoveWindow(canvas, area.left, area.top, w, h, TRUE);
+  if (!s) return;
+  MoveWindow(s->bars[0], area.left, area.top + h, w, thick, TRUE);
+  MoveWindow(s->bars[1], area.left + w, area.top, thick, h, TRUE);
+  for (HWND bar : s->bars) ShowWindow(bar, bars ? SW_SHOWNA : SW_HIDE);
 }
 
 void SetCanvasDocument(HWND canvas, Document* doc) {

@@ -214,3 +214,34 @@ TEST(CanvasGrid, LinesAtEveryVisibleBoundaryFromEightDevicePixels) {
 
 }  // namespace
 }  // namespace tavora
+
+namespace tavora {
+namespace {
+
+TEST(CanvasScrollBars, ThumbFollowsThePageAndPositionBothWays) {
+  Document doc;
+  doc.width = 1000;
+  doc.height = 100;
+  doc.zoom = 1.0;
+  doc.scrollX = 600;
+  const ScrollMetrics m = ScrollMetricsFor(doc, {400, 300, 1.0}, false);
+  EXPECT_EQ(m.content, 1000);
+  EXPECT_EQ(m.page, 400);
+  const ThumbSpan t = ThumbFor(m, 200, 10);
+  EXPECT_EQ(t.length, 80);   // 400 / 1000 of the track
+  EXPECT_EQ(t.start, 120);   // at the end: 600 of 600
+  EXPECT_EQ(PositionForThumb(m, 200, 10, 60), 300);
+  EXPECT_EQ(PositionForThumb(m, 200, 10, 500), 600);  // clamped to the end
+  EXPECT_EQ(PositionForThumb(m, 200, 10, -5), 0);
+  // Everything fits: the thumb fills the track and there is nothing to scroll.
+  const ScrollMetrics fits = ScrollMetricsFor(doc, {400, 300, 1.0}, true);
+  EXPECT_EQ(ThumbFor(fits, 150, 10).length, 150);
+  EXPECT_EQ(PositionForThumb(fits, 150, 10, 40), 0);
+  // A huge image keeps a thumb that can be grabbed.
+  EXPECT_EQ(ThumbFor({1000000, 400, 0}, 200, 12).length, 12);
+  EXPECT_EQ(ScrollLineStep(1.5), 60);
+  EXPECT_EQ(ScrollPageStep(401), 360);
+}
+
+}  // namespace
+}  // namespace tavora
