@@ -31,4 +31,12 @@ void ZoomCanvasTo(HWND canvas, bool actualPixels);
 void InvalidateCanvasImage(HWND canvas, const Rect& imageRect);
 void InvalidateCanvas(HWND canvas);
 
+// Tools draw their overlays (brush cursor, rubber bands, handles) over the
+// picture on every paint, clipped to the image.
+struct CanvasLayout;
+using CanvasOverlay = void (*)(HDC dc, const CanvasLayout& layout, void* context);
+void SetCanvasOverlay(HWND canvas, CanvasOverlay overlay, void* context);
+// Draws the brush cursor rings at a client position.
+void DrawBrushCursor(HDC dc, int32_t cx, int32_t cy, double brushSize, double scale);
+
 }  // namespace tavora

@@ -251,6 +251,18 @@ GridLines PixelGridLines(const CanvasLayout& L, const Document& doc) {
   return g;
 }
 
+BrushCursorShape BrushCursorFor(int32_t cx, int32_t cy, double brushSize, double scale) {
+  const double r = std::max(brushSize / 2 * scale, 1.5);
+  auto box = [&](double grow, double extra) {
+    return Rect{static_cast<int32_t>(std::floor(cx - r - grow)),
+                static_cast<int32_t>(std::floor(cy - r - grow)),
+                static_cast<int32_t>(std::ceil(cx + r + grow + extra)),
+                static_cast<int32_t>(std::ceil(cy + r + grow + extra))};
+  };
+  const int32_t half = static_cast<int32_t>(std::ceil(brushSize / 2 * scale + 4));
+  return {box(1, 1), box(0, 1), {cx - half, cy - half, cx + half + 2, cy + half + 2}};
+}
+
 ScrollMetrics ScrollMetricsFor(const Document& doc, const ClientArea& client, bool vertical) {
   const double s = doc.zoom * client.dpiScale;
   ScrollMetrics m;

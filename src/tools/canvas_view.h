@@ -89,6 +89,14 @@ struct GridLines {
 };
 GridLines PixelGridLines(const CanvasLayout& layout, const Document& doc);
 
+// The brush cursor of the painting tools: a white circle outside a black
+// one, in device pixels around the cursor, and the square to repaint when
+// it moves.
+struct BrushCursorShape {
+  Rect white, black, repaint;
+};
+BrushCursorShape BrushCursorFor(int32_t cx, int32_t cy, double brushSize, double scale);
+
 // The canvas's own scroll bars: content and page in device pixels.
 struct ScrollMetrics {
   int32_t content = 0;   // the scaled image extent

@@ -29,6 +29,8 @@ struct CanvasState {
   int32_t bufferW = 0, bufferH = 0;
   DirtyArea dirty;
   bool panning = false;
+  CanvasOverlay overlay = nullptr;
+  void* overlayContext = nullptr;
   POINT panStart{};
   int32_t scrollStartX = 0, scrollStartY = 0;
 };
@@ -158,6 +160,7 @@ void Paint(HWND hwnd, CanvasState& s) {
   SelectObject(mem, old);
   DeleteDC(mem);
   if (s.settings.grid) DrawPixelGrid(dc, hwnd, s);
+  if (s.overlay && !s.panning) s.overlay(dc, ComputeLayout(*s.doc, Client(hwnd)), s.overlayContext);
   EndPaint(hwnd, &ps);
 }
 
@@ -281,6 +284,17 @@ void ScrollBy(HWND hwnd, CanvasState& s, int32_t dx, int32_t dy) {
   MarkAll(hwnd, s);
 }
 
+// Keeps the cursor and scroll where the pan began; each move scrolls by
+// how far the cursor went.
+void StartPan(HWND hwnd, CanvasState& s, LPARAM lp) {
+  if (!s.doc) return;
+  s.panning = true;
+  s.panStart = {GET_X_LPARAM(lp), GET_Y_LPARAM(lp)};
+  s.scrollStartX = s.doc->scrollX;
+  s.scrollStartY = s.doc->scrollY;
+  SetCapture(hwnd);
+}
+
 LRESULT CALLBACK CanvasProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
   CanvasState* s = State(hwnd);
   switch (msg) {
@@ -304,16 +318,21 @@ LRESULT CALLBACK CanvasProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
     case WM_LBUTTONDBLCLK:
       SetFocus(hwnd);
       // The empty canvas opens a file, as "Open image (Ctrl+O)" does.
-      if (s && !s->doc) PostMessageW(GetAncestor(hwnd, GA_ROOT), WM_COMMAND, kCmdOpen, 0);
+      if (s && !s->doc) {
+        PostMessageW(GetAncestor(hwnd, GA_ROOT), WM_COMMAND, kCmdOpen, 0);
+        return 0;
+      }
+      // Space held down turns the left button into a pan with any tool.
+      if (s && (GetKeyState(VK_SPACE) & 0x8000)) StartPan(hwnd, *s, lp);
+      return 0;
+    case WM_LBUTTONUP:
+      if (s && s->panning) {
+        s->panning = false;
+        ReleaseCapture();
+      }
       return 0;
     case WM_MBUTTONDOWN:
-      if (s && s->doc) {
-        s->panning = true;
-        s->panStart = {GET_X_LPARAM(lp), GET_Y_LPARAM(lp)};
-        s->scrollStartX = s->doc->scrollX;
-        s->scrollStartY = s->doc->scrollY;
-        SetCapture(hwnd);
-      }
+      if (s && s->doc) StartPan(hwnd, *s, lp);
       return 0;
     case WM_MOUSEMOVE:
       if (s && s->panning && s->doc) {
@@ -464,6 +483,29 @@ void InvalidateCanvasImage(HWND canvas, const Rect& imageRect) {
 
 void InvalidateCanvas(HWND canvas) {
   if (CanvasState* s = State(canvas)) MarkAll(canvas, *s);
+}
+
+}  // namespace tavora
+
+namespace tavora {
+
+void SetCanvasOverlay(HWND canvas, CanvasOverlay overlay, void* context) {
+  if (CanvasState* s = State(canvas)) {
+    s->overlay = overlay;
+    s->overlayContext = context;
+    InvalidateRect(canvas, nullptr, FALSE);
+  }
+}
+
+void DrawBrushCursor(HDC dc, int32_t cx, int32_t cy, double brushSize, double scale) {
+  const BrushCursorShape shape = BrushCursorFor(cx, cy, brushSize, scale);
+  HGDIOBJ oldBrush = SelectObject(dc, GetStockObject(NULL_BRUSH));
+  HGDIOBJ oldPen = SelectObject(dc, GetStockObject(WHITE_PEN));
+  Ellipse(dc, shape.white.x0, shape.white.y0, shape.white.x1, shape.white.y1);
+  SelectObject(dc, GetStockObject(BLACK_PEN));
+  Ellipse(dc, shape.black.x0, shape.black.y0, shape.black.x1, shape.black.y1);
+  SelectObject(dc, oldPen);
+  SelectObject(dc, oldBrush);
 }
 
 }  // namespace tavora

@@ -245,3 +245,19 @@ TEST(CanvasScrollBars, ThumbFollowsThePageAndPositionBothWays) {
 
 }  // namespace
 }  // namespace tavora
+
+namespace tavora {
+namespace {
+
+TEST(CanvasBrushCursor, TwoRingsAndTheSquareToRepaint) {
+  const BrushCursorShape c = BrushCursorFor(100, 50, 20, 2.0);  // radius 20 device pixels
+  EXPECT_EQ(c.white, (Rect{79, 29, 122, 72}));
+  EXPECT_EQ(c.black, (Rect{80, 30, 121, 71}));
+  EXPECT_EQ(c.repaint, (Rect{76, 26, 126, 76}));
+  // A tiny brush far out still shows a ring of radius 1.5.
+  const BrushCursorShape tiny = BrushCursorFor(10, 10, 1, 0.1);
+  EXPECT_EQ(tiny.black, (Rect{8, 8, 13, 13}));
+}
+
+}  // namespace
+}  // namespace tavora
