@@ -23,10 +23,12 @@ test: test-native test-win64
 run: win64
 	@tools/run-tavora build/win64/bin/tavora.exe
 
-bench: deps
+bench: deps win64
 	@cmake --preset native-release >/dev/null
 	@cmake --build --preset native-release
 	@tools/run-benchmarks build/native-release/bin
+	@echo "== codec_open_bench (tavora.exe's codecs, under Wine)"
+	@tools/wine-run build/win64/bin/codec_open_bench.exe; tools/wine-run --shutdown
 
 # tavora.exe, also left at build/bin/tavora.exe.
 exe: win64

@@ -33,16 +33,31 @@ uint32_t OverCheckerboard(uint32_t c, int32_t x, int32_t y, int32_t cell) {
   return out;
 }
 
-uint32_t SampleBilinear(const Surface& img, double ix, double iy, bool& empty) {
-  const double fx = ix - 0.5, fy = iy - 0.5;
-  const double flx = std::floor(fx), fly = std::floor(fy);
-  const uint32_t wx = static_cast<uint32_t>((fx - flx) * 256), wy = static_cast<uint32_t>((fy - fly) * 256);
-  const int32_t w = img.Width(), h = img.Height();
-  const int32_t x0 = std::clamp(static_cast<int32_t>(flx), 0, w - 1);
-  const int32_t x1 = std::clamp(static_cast<int32_t>(flx) + 1, 0, w - 1);
-  const int32_t y0 = std::clamp(static_cast<int32_t>(fly), 0, h - 1);
-  const int32_t y1 = std::clamp(static_cast<int32_t>(fly) + 1, 0, h - 1);
-  const uint32_t p[4] = {img.At(x0, y0), img.At(x1, y0), img.At(x0, y1), img.At(x1, y1)};
+// Where a device column or row samples the image: the nearest pixel, and
+// the two bilinear neighbours with the 8-bit weight of the second.
+struct AxisSample {
+  int32_t nearest = -1;  // -1 outside the image
+  int32_t lo = 0, hi = 0;
+  uint32_t weight = 0;
+};
+
+AxisSample SampleAxis(int32_t device, int32_t origin, double scale, int32_t extent) {
+  AxisSample a;
+  const double i = (device + 0.5 - origin) / scale;
+  if (i < 0 || i >= extent) return a;
+  a.nearest = std::min(static_cast<int32_t>(std::floor(i)), extent - 1);
+  const double f = i - 0.5;
+  const double fl = std::floor(f);
+  a.weight = static_cast<uint32_t>((f - fl) * 256);
+  a.lo = std::clamp(static_cast<int32_t>(fl), 0, extent - 1);
+  a.hi = std::clamp(static_cast<int32_t>(fl) + 1, 0, extent - 1);
+  return a;
+}
+
+uint32_t SampleBilinear(const Surface& img, const AxisSample& ax, const AxisSample& ay, bool& empty) {
+  const uint32_t wx = ax.weight, wy = ay.weight;
+  const uint32_t p[4] = {img.At(ax.lo, ay.lo), img.At(ax.hi, ay.lo), img.At(ax.lo, ay.hi),
+                         img.At(ax.hi, ay.hi)};
   const uint32_t wt[4] = {(256 - wx) * (256 - wy), wx * (256 - wy), (256 - wx) * wy, wx * wy};
   if ((p[0] & p[1] & p[2] & p[3]) >> 24 == 255) {
     uint32_t out = 0xFF000000u;
@@ -68,43 +83,57 @@ uint32_t SampleBilinear(const Surface& img, double ix, double iy, bool& empty) {
   return out;
 }
 
-uint32_t SampleArea(const Surface& img, double dx, double dy, double s) {
-  // dx, dy: the device pixel's left/top relative to the image origin.
-  const int32_t w = img.Width(), h = img.Height();
-  const int32_t bx0 = std::clamp(static_cast<int32_t>(std::floor(dx / s)), 0, w - 1);
-  const int32_t bx1 = std::clamp(static_cast<int32_t>(std::ceil((dx + 1) / s)), bx0 + 1, w);
-  const int32_t by0 = std::clamp(static_cast<int32_t>(std::floor(dy / s)), 0, h - 1);
-  const int32_t by1 = std::clamp(static_cast<int32_t>(std::ceil((dy + 1) / s)), by0 + 1, h);
-  const int32_t sx = std::max((bx1 - bx0) / 3, 1), sy = std::max((by1 - by0) / 3, 1);
-  uint64_t sumA = 0, sumC[3] = {0, 0, 0};
-  uint32_t count = 0;
-  for (int32_t y = by0; y < by1; y += sy) {
+// The source box a device column or row averages when zoomed out, and the
+// stride that keeps it to about three samples.
+struct AreaSpan {
+  int32_t from = 0, to = 0, stride = 1;
+};
+
+AreaSpan AreaAxis(double device, double scale, int32_t extent) {
+  AreaSpan a;
+  a.from = std::clamp(static_cast<int32_t>(std::floor(device / scale)), 0, extent - 1);
+  a.to = std::clamp(static_cast<int32_t>(std::ceil((device + 1) / scale)), a.from + 1, extent);
+  a.stride = std::max((a.to - a.from) / 3, 1);
+  return a;
+}
+
+uint32_t SampleArea(const Surface& img, const AreaSpan& ax, const AreaSpan& ay) {
+  uint32_t sumA = 0, count = 0;
+  uint64_t sumC[3] = {0, 0, 0};
+  for (int32_t y = ay.from; y < ay.to; y += ay.stride) {
     const uint32_t* row = img.Row(y);
-    for (int32_t x = bx0; x < bx1; x += sx) {
+    for (int32_t x = ax.from; x < ax.to; x += ax.stride) {
       const uint32_t p = row[x], a = p >> 24;
       sumA += a;
-      sumC[0] += uint64_t(p & 255) * a;
-      sumC[1] += uint64_t((p >> 8) & 255) * a;
-      sumC[2] += uint64_t((p >> 16) & 255) * a;
+      sumC[0] += (p & 255) * a;
+      sumC[1] += ((p >> 8) & 255) * a;
+      sumC[2] += ((p >> 16) & 255) * a;
       ++count;
     }
   }
-  const uint32_t alpha = static_cast<uint32_t>(sumA / count);
   if (sumA == 0) return 0;
-  return alpha << 24 | static_cast<uint32_t>(sumC[2] / sumA) << 16 |
+  // Colours weighted by alpha; alpha itself is the plain mean.
+  return (sumA / count) << 24 | static_cast<uint32_t>(sumC[2] / sumA) << 16 |
          static_cast<uint32_t>(sumC[1] / sumA) << 8 | static_cast<uint32_t>(sumC[0] / sumA);
 }
 
+struct RenderJob {
+  const CanvasRender* render;
+  Rect area;
+  SampleMode mode;
+  std::vector<AxisSample> columns;  // one per device column of the area
+  std::vector<AreaSpan> areaColumns;  // the same, when zoomed out
+};
+
 void RenderRows(int first, int end, void* context) {
-  const auto& job = *static_cast<const std::pair<const CanvasRender*, Rect>*>(context);
-  const CanvasRender& r = *job.first;
-  const Rect& area = job.second;
+  const RenderJob& job = *static_cast<const RenderJob*>(context);
+  const CanvasRender& r = *job.render;
+  const Rect& area = job.area;
   const Surface& img = *r.image;
   const CanvasLayout& L = r.layout;
   const double s = L.scale;
   const int32_t w = img.Width(), h = img.Height();
   const int32_t cell = std::max(1, static_cast<int32_t>(8 * r.dpiScale));
-  const SampleMode mode = SampleModeFor(s, r.dpiScale, r.smooth);
   const SelectionMask* sel = r.selection;
   auto imageX = [&](double x) { return static_cast<int32_t>(std::floor((x - L.originX) / s)); };
   auto imageY = [&](double y) { return static_cast<int32_t>(std::floor((y - L.originY) / s)); };
@@ -112,28 +141,31 @@ void RenderRows(int first, int end, void* context) {
   for (int row = first; row < end; ++row) {
     const int32_t y = area.y0 + row;
     uint32_t* out = r.target + std::size_t(y) * std::size_t(r.targetStride);
-    const double iy = (y + 0.5 - L.originY) / s;
-    const int32_t py = static_cast<int32_t>(std::floor(iy));
+    const AxisSample ay = SampleAxis(y, L.originY, s, h);
+    const AreaSpan areaY =
+        job.mode == SampleMode::AreaAverage ? AreaAxis(y - L.originY, s, h) : AreaSpan{};
+    const int32_t py = ay.nearest;
+    const int32_t by = sel ? imageY(y + 1.5) : 0;
     for (int32_t x = area.x0; x < area.x1; ++x) {
-      const double ix = (x + 0.5 - L.originX) / s;
-      const int32_t px = static_cast<int32_t>(std::floor(ix));
-      if (ix < 0 || iy < 0 || px >= w || py >= h) {
+      const AxisSample& ax = job.columns[std::size_t(x - area.x0)];
+      const int32_t px = ax.nearest;
+      if (px < 0 || py < 0) {
         out[x] = r.background;
         continue;
       }
       uint32_t c;
       bool empty = false;
-      switch (mode) {
-        case SampleMode::Nearest: c = img.At(px, py); break;
-        case SampleMode::Bilinear: c = SampleBilinear(img, ix, iy, empty); break;
-        default: c = SampleArea(img, x - L.originX, y - L.originY, s); break;
+      switch (job.mode) {
+        case SampleMode::Nearest: c = img.Row(py)[px]; break;
+        case SampleMode::Bilinear: c = SampleBilinear(img, ax, ay, empty); break;
+        default: c = SampleArea(img, job.areaColumns[std::size_t(x - area.x0)], areaY); break;
       }
       out[x] = OverCheckerboard(empty ? 0 : c, x, y, cell);
       if (sel) {
         // Static 4-pixel dashes where the selection bit changes to the right
         // or below, or where a selected pixel meets the image edge.
         const bool here = selected(px, py);
-        const int32_t rx = imageX(x + 1.5), by = imageY(y + 1.5);
+        const int32_t rx = imageX(x + 1.5);
         const bool rightInside = rx < w, belowInside = by < h;
         const bool edge = (rightInside ? selected(rx, py) != here : here) ||
                           (belowInside ? selected(px, by) != here : here);
@@ -300,7 +332,17 @@ SampleMode SampleModeFor(double scale, double dpiScale, bool smooth) {
 
 void RenderCanvas(const CanvasRender& render, const Rect& area) {
   if (area.Empty() || !render.image || render.image->Empty() || !render.target) return;
-  std::pair<const CanvasRender*, Rect> job{&render, area};
+  RenderJob job{&render, area, SampleModeFor(render.layout.scale, render.dpiScale, render.smooth), {}};
+  // At exactly one device pixel per image pixel every bilinear weight is 0:
+  // the nearest pixel is the same result for far less work.
+  if (job.mode == SampleMode::Bilinear && render.layout.scale == 1.0) job.mode = SampleMode::Nearest;
+  const CanvasLayout& L = render.layout;
+  const int32_t w = render.image->Width();
+  job.columns.reserve(std::size_t(area.Width()));
+  for (int32_t x = area.x0; x < area.x1; ++x) {
+    job.columns.push_back(SampleAxis(x, L.originX, L.scale, w));
+    if (job.mode == SampleMode::AreaAverage) job.areaColumns.push_back(AreaAxis(x - L.originX, L.scale, w));
+  }
   RowWorkers::Run(area.Height(), &RenderRows, &job);
 }
 

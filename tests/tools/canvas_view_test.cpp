@@ -172,6 +172,15 @@ TEST(CanvasRenderPass, SamplingFollowsTheZoom) {
   EXPECT_EQ(avg.At(1, 0), 0xFF6666E5u);
 }
 
+TEST(CanvasRenderPass, SmoothAtOneToOneIsThePictureItself) {
+  Surface img(37, 23);
+  for (std::size_t i = 0; i < img.PixelCount(); ++i)
+    img.Data()[i] = static_cast<uint32_t>(i * 2654435761u) | (i % 3 ? 0xFF000000u : 0u);
+  const Canvas smooth = Render(img, nullptr, 1.0, 0, 50, 30, true);
+  const Canvas nearest = Render(img, nullptr, 1.0, 0, 50, 30, false);
+  EXPECT_EQ(smooth.pixels, nearest.pixels);
+}
+
 TEST(CanvasRenderPass, OutsideTheImageIsTheBackgroundAndSelectionsShowTheirEdge) {
   Surface img(4, 4);
   img.Fill(0xFF808080);
