@@ -200,6 +200,8 @@ void ApplyTheme() {
     ApplyFrameTheme(g.main, g.dark);
     InvalidateRect(g.main, nullptr, TRUE);
   }
+  if (g.canvas) SetCanvasSettings(g.canvas, {g.view.smooth, g.view.grid, g.dark});
+  if (g.history) SetHistoryPanelTheme(g.history, g.dark);
 }
 
 // ---------------------------------------------------------------- documents
@@ -230,6 +232,11 @@ void AddTab(std::unique_ptr<Document> doc) {
 }
 
 void WarnAbout(std::u16string_view text, const std::filesystem::path& path) {
+  // A topmost splash must not cover the message.
+  if (g.splash) {
+    DestroyWindow(g.splash);
+    g.splash = nullptr;
+  }
   const std::wstring message = Wide(text) + L"\n\n" + path.wstring();
   MessageBoxW(g.main, message.c_str(), L"Tavora", MB_OK | MB_ICONWARNING);
 }
@@ -332,6 +339,9 @@ bool SaveDocument(Document& doc, bool saveAs) {
     ofn.nMaxFile = static_cast<DWORD>(name.size());
     ofn.lpstrInitialDir = folder.empty() ? nullptr : folder.c_str();
     ofn.Flags = OFN_EXPLORER | OFN_OVERWRITEPROMPT | OFN_PATHMUSTEXIST | OFN_HIDEREADONLY;
+    // With a default extension the dialog appends the chosen type's own
+    // extension before it checks for an existing file.
+    ofn.lpstrDefExt = doc.LayerCount() >= 2 ? L"tvl" : L"png";
     if (!GetSaveFileNameW(&ofn)) return false;
     path = WithSaveExtension(std::filesystem::path(name.c_str()),
                              static_cast<int32_t>(ofn.nFilterIndex));
@@ -380,6 +390,7 @@ void CloseTab(int32_t index) {
   if (index < 0 || index >= static_cast<int32_t>(g.documents.size())) return;
   if (!ConfirmCloseDocument(*g.documents[index])) return;
   SetCanvasDocument(g.canvas, nullptr);
+  SetHistoryPanelDocument(g.history, nullptr);
   g.documents.erase(g.documents.begin() + index);
   g.activeTab = std::min<int32_t>(g.activeTab, static_cast<int32_t>(g.documents.size()) - 1);
   ShowActive();
@@ -526,7 +537,7 @@ void RunCommand(int32_t id) {
   switch (id) {
     case kCmdExit:
       SendMessageW(g.main, WM_CLOSE, 0, 0);
-      break;
+      return;  // the window may be gone now
     case kCmdAbout:
       MessageBoxW(g.main,
                   L"Tavora 0.1.0\n\nA small, fast raster image editor for Windows.",
@@ -656,15 +667,25 @@ void PaintClient(HWND hwnd) {
 void SavePlacement() {
   WINDOWPLACEMENT wp{sizeof wp};
   if (!GetWindowPlacement(g.main, &wp)) return;
-  const RECT& r = wp.rcNormalPosition;
-  SaveWindowPlacement(AppSettings(), {true, r.left, r.top, r.right - r.left, r.bottom - r.top,
-                                      wp.showCmd == SW_SHOWMAXIMIZED || IsZoomed(g.main)});
+  // The normal rectangle is in work-area coordinates; the stored one is in
+  // screen coordinates, as the window is created with it.
+  RECT r = wp.rcNormalPosition;
+  MONITORINFO info{sizeof info};
+  if (GetMonitorInfoW(MonitorFromRect(&r, MONITOR_DEFAULTTONEAREST), &info))
+    OffsetRect(&r, info.rcWork.left - info.rcMonitor.left, info.rcWork.top - info.rcMonitor.top);
+  const bool maximized = wp.showCmd == SW_SHOWMAXIMIZED || IsZoomed(g.main) ||
+                         (IsIconic(g.main) && (wp.flags & WPF_RESTORETOMAXIMIZED));
+  SaveWindowPlacement(AppSettings(),
+                      {true, r.left, r.top, r.right - r.left, r.bottom - r.top, maximized});
 }
 
 LRESULT CALLBACK MainProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
   switch (msg) {
     case WM_COMMAND:
       if (HIWORD(wp) == 0 || HIWORD(wp) == 1) RunCommand(LOWORD(wp));
+      return 0;
+    case WM_SETFOCUS:
+      if (g.canvas) SetFocus(g.canvas);
       return 0;
     case WM_INITMENUPOPUP:
       RefreshMenus();

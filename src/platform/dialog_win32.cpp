@@ -6,7 +6,7 @@ namespace tavora {
 namespace {
 
 constexpr WORD kFirstField = 100, kExtraButton = 99;
-constexpr int kLabelWidth = 130, kFieldWidth = 150, kRowHeight = 18, kMargin = 7;
+constexpr int kLabelWidth = 150, kFieldWidth = 150, kRowHeight = 18, kMargin = 7;
 
 // DLGTEMPLATE and DLGITEMTEMPLATE records are packed words, each item
 // aligned to 4 bytes.

@@ -269,6 +269,9 @@ LRESULT CALLBACK BarProc(HWND bar, UINT msg, WPARAM wp, LPARAM lp) {
         ReleaseCapture();
       }
       return 0;
+    case WM_CAPTURECHANGED:
+      b.dragging = false;
+      return 0;
     case WM_NCDESTROY:
       g_bars.erase(it);
       break;
@@ -341,6 +344,10 @@ LRESULT CALLBACK CanvasProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
         ClampScroll(*s->doc, Client(hwnd));
         MarkAll(hwnd, *s);
       }
+      return 0;
+    case WM_CAPTURECHANGED:
+      // Capture taken away mid-pan (a message box, Alt+Tab): the pan is over.
+      if (s) s->panning = false;
       return 0;
     case WM_MBUTTONUP:
       if (s && s->panning) {
@@ -434,6 +441,10 @@ void PlaceCanvas(HWND canvas, const RECT& area) {
 
 void SetCanvasDocument(HWND canvas, Document* doc) {
   if (CanvasState* s = State(canvas)) {
+    if (s->panning && s->doc != doc) {
+      s->panning = false;  // a pan belongs to the document it began on
+      ReleaseCapture();
+    }
     s->doc = doc;
     if (doc) KeepFitted(*doc, Client(canvas));
     MarkAll(canvas, *s);
