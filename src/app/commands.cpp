@@ -141,6 +141,7 @@ constexpr int32_t kLanded[] = {
     kCmdNew, kCmdOpen, kCmdSave, kCmdSaveAs, kCmdClose,
     kCmdZoomIn, kCmdZoomOut, kCmdFit, kCmdZoom100, kCmdActualPixels, kCmdSmooth, kCmdGrid,
     kCmdHistory, kCmdSettings,
+    kCmdGrayscale, kCmdSepia, kCmdInvert, kCmdAutoTone, kCmdAutoContrast, kCmdAutoColor,
 };
 
 // What each command needs beyond having landed.

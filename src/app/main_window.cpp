@@ -24,6 +24,7 @@
 #include "document/size_limits.h"
 #include "formats/file_formats.h"
 #include "platform/dialog_win32.h"
+#include "processing/adjustments.h"
 #include "platform/dpi_win32.h"
 #include "platform/gdiplus_codecs_win32.h"
 #include "platform/system_paths.h"
@@ -512,6 +513,24 @@ void ShowMoreTabs() {
   }
 }
 
+// The adjustments that act at once, with their history names.
+void RunImmediateAdjustment(Document& doc, int32_t id) {
+  struct Immediate {
+    int32_t id;
+    std::u16string_view name;
+    PixelOp op;
+  };
+  static constexpr Immediate kImmediate[] = {
+      {kCmdGrayscale, u"Grayscale", &Grayscale},       {kCmdSepia, u"Sepia", &Sepia},
+      {kCmdInvert, u"Invert", &Invert},                {kCmdAutoTone, u"Auto Tone", &AutoTone},
+      {kCmdAutoContrast, u"Auto Contrast", &AutoContrast}, {kCmdAutoColor, u"Auto Color", &AutoColor}};
+  for (const Immediate& a : kImmediate) {
+    if (a.id != id) continue;
+    BusyCursor busy;
+    ApplyToSelection(doc, a.name, a.op, nullptr, 0);
+  }
+}
+
 // ---------------------------------------------------------------- commands
 
 void RunCommand(int32_t id) {
@@ -593,6 +612,14 @@ void RunCommand(int32_t id) {
       // Lasts until exit; the remembered start value is the Settings window's.
       g.view.grid = !g.view.grid;
       SetCanvasSettings(g.canvas, {g.view.smooth, g.view.grid, g.dark});
+      break;
+    case kCmdGrayscale:
+    case kCmdSepia:
+    case kCmdInvert:
+    case kCmdAutoTone:
+    case kCmdAutoContrast:
+    case kCmdAutoColor:
+      if (doc) RunImmediateAdjustment(*doc, id);
       break;
     case kCmdUndo:
       if (doc) Undo(*doc);
