@@ -142,6 +142,7 @@ constexpr int32_t kLanded[] = {
     kCmdZoomIn, kCmdZoomOut, kCmdFit, kCmdZoom100, kCmdActualPixels, kCmdSmooth, kCmdGrid,
     kCmdHistory, kCmdSettings,
     kCmdGrayscale, kCmdSepia, kCmdInvert, kCmdAutoTone, kCmdAutoContrast, kCmdAutoColor,
+    kCmdEmboss, kCmdEdgeDetect,
 };
 
 // What each command needs beyond having landed.

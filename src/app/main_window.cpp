@@ -25,6 +25,7 @@
 #include "formats/file_formats.h"
 #include "platform/dialog_win32.h"
 #include "processing/adjustments.h"
+#include "processing/filters.h"
 #include "platform/dpi_win32.h"
 #include "platform/gdiplus_codecs_win32.h"
 #include "platform/system_paths.h"
@@ -513,21 +514,28 @@ void ShowMoreTabs() {
   }
 }
 
-// The adjustments that act at once, with their history names.
+// The adjustments and filters that act at once, with their history names
+// and the margin of neighbours they read around the selection.
 void RunImmediateAdjustment(Document& doc, int32_t id) {
   struct Immediate {
     int32_t id;
     std::u16string_view name;
     PixelOp op;
+    int32_t margin;
   };
   static constexpr Immediate kImmediate[] = {
-      {kCmdGrayscale, u"Grayscale", &Grayscale},       {kCmdSepia, u"Sepia", &Sepia},
-      {kCmdInvert, u"Invert", &Invert},                {kCmdAutoTone, u"Auto Tone", &AutoTone},
-      {kCmdAutoContrast, u"Auto Contrast", &AutoContrast}, {kCmdAutoColor, u"Auto Color", &AutoColor}};
+      {kCmdGrayscale, u"Grayscale", &Grayscale, 0},
+      {kCmdSepia, u"Sepia", &Sepia, 0},
+      {kCmdInvert, u"Invert", &Invert, 0},
+      {kCmdAutoTone, u"Auto Tone", &AutoTone, 0},
+      {kCmdAutoContrast, u"Auto Contrast", &AutoContrast, 0},
+      {kCmdAutoColor, u"Auto Color", &AutoColor, 0},
+      {kCmdEmboss, u"Emboss", &Emboss, 1},
+      {kCmdEdgeDetect, u"Edge Detect", &EdgeDetect, 1}};
   for (const Immediate& a : kImmediate) {
     if (a.id != id) continue;
     BusyCursor busy;
-    ApplyToSelection(doc, a.name, a.op, nullptr, 0);
+    ApplyToSelection(doc, a.name, a.op, nullptr, a.margin);
   }
 }
 
@@ -619,6 +627,8 @@ void RunCommand(int32_t id) {
     case kCmdAutoTone:
     case kCmdAutoContrast:
     case kCmdAutoColor:
+    case kCmdEmboss:
+    case kCmdEdgeDetect:
       if (doc) RunImmediateAdjustment(*doc, id);
       break;
     case kCmdUndo:

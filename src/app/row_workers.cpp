@@ -32,8 +32,14 @@ int RowWorkers::Plan(int rowCount, int processors, RowSlice* slices) {
   return parts;
 }
 
+namespace {
+int g_overrideProcessors = 0;
+}
+
+void RowWorkers::OverrideProcessorCountForTesting(int processors) { g_overrideProcessors = processors; }
+
 void RowWorkers::Run(int rowCount, RowCallback callback, void* context) {
-  RunAs(ProcessorCount(), rowCount, callback, context);
+  RunAs(g_overrideProcessors > 0 ? g_overrideProcessors : ProcessorCount(), rowCount, callback, context);
 }
 
 void RowWorkers::RunAs(int processors, int rowCount, RowCallback callback, void* context,

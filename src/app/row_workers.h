@@ -41,6 +41,10 @@ class RowWorkers {
   // must hold kMaxRowWorkers entries. Returns the number of parts.
   static int Plan(int rowCount, int processors, RowSlice* slices);
 
+  // Makes Run() behave as on a machine with this many processors (0 puts
+  // the real count back), so tests can compare split and unsplit runs.
+  static void OverrideProcessorCountForTesting(int processors);
+
   // Run as on a machine that reports `processors`. startThread, when given,
   // is asked before each thread is started and a false answer is treated as
   // a failed thread creation. For tests of the split and the fall-back.

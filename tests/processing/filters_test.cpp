@@ -1,0 +1,188 @@
+#include "processing/filters.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <vector>
+
+#include "app/row_workers.h"
+#include "processing/adjustments.h"
+
+namespace tavora {
+namespace {
+
+uint32_t Px(uint32_t a, uint32_t r, uint32_t g, uint32_t b) { return a << 24 | r << 16 | g << 8 | b; }
+
+std::vector<uint32_t> Noise(std::size_t n, uint32_t seed, bool opaque) {
+  std::mt19937 rng(seed);
+  std::vector<uint32_t> v(n);
+  for (auto& p : v) p = opaque ? rng() | 0xFF000000u : rng();
+  return v;
+}
+
+// The moving average written the slow way: every window summed afresh.
+std::vector<uint32_t> ReferenceBox(const std::vector<uint32_t>& in, int w, int h, int r) {
+  auto pass = [&](const std::vector<uint32_t>& src, bool vertical) {
+    std::vector<uint32_t> out(src.size());
+    for (int y = 0; y < h; ++y)
+      for (int x = 0; x < w; ++x) {
+        uint32_t o = 0;
+        for (int c = 0; c < 4; ++c) {
+          uint32_t sum = 0;
+          for (int k = -r; k <= r; ++k) {
+            const int xx = vertical ? x : std::clamp(x + k, 0, w - 1);
+            const int yy = vertical ? std::clamp(y + k, 0, h - 1) : y;
+            sum += (src[yy * w + xx] >> (8 * c)) & 255;
+          }
+          o |= ((sum + r) / (2 * r + 1)) << (8 * c);
+        }
+        out[y * w + x] = o;
+      }
+    return out;
+  };
+  return pass(pass(in, false), true);
+}
+
+TEST(BoxBlur, MatchesTheSlowAverageForManyRadii) {
+  for (int r : {1, 2, 5, 40}) {
+    auto px = Noise(37 * 41, r, false);
+    const auto want = ReferenceBox(px, 37, 41, r);
+    BoxBlurPass(px.data(), 37, 41, r);
+    ASSERT_EQ(px, want) << "radius " << r;
+  }
+}
+
+TEST(GaussianBlurFilter, PreservesEnergyIsSymmetricAndThreadsAgree) {
+  // An impulse on black spreads symmetrically and keeps its brightness.
+  std::vector<uint32_t> img(41 * 41, 0xFF000000u);
+  img[20 * 41 + 20] = 0xFFFFFFFFu;
+  GaussianBlur(img.data(), 41, 41, 4.0f);
+  uint64_t total = 0;
+  for (int y = 0; y < 41; ++y)
+    for (int x = 0; x < 41; ++x) {
+      const uint32_t v = img[y * 41 + x] & 255;
+      total += v;
+      // Rows are rounded before columns, so the transpose may differ by one.
+      ASSERT_LE(std::abs(int(v) - int(img[x * 41 + y] & 255)), 1);
+      ASSERT_EQ(v, img[y * 41 + (40 - x)] & 255);   // mirror
+    }
+  EXPECT_NEAR(double(total), 255.0, 40.0);  // rounding in three passes
+  EXPECT_GT(img[20 * 41 + 20] & 255, img[20 * 41 + 23] & 255);
+
+  auto a = Noise(300 * 200, 9, false), b = a;
+  RowWorkers::OverrideProcessorCountForTesting(1);
+  GaussianBlur(a.data(), 300, 200, 3.5f);
+  RowWorkers::OverrideProcessorCountForTesting(16);
+  GaussianBlur(b.data(), 300, 200, 3.5f);
+  RowWorkers::OverrideProcessorCountForTesting(0);
+  EXPECT_EQ(a, b);
+
+  auto same = Noise(100, 4, false), orig = same;
+  GaussianBlur(same.data(), 10, 10, 0.3f);  // below 0.5: nothing
+  EXPECT_EQ(same, orig);
+}
+
+TEST(BlurFilter, AveragesNeighbourhoodsWithoutDarkFringes) {
+  // A transparent pixel between opaque red ones takes their colour.
+  std::vector<uint32_t> px{Px(255, 255, 0, 0), 0x00000000, Px(255, 255, 0, 0)};
+  BlurParams one{1.0f};
+  Blur(px.data(), 3, 1, &one);
+  EXPECT_EQ(px[1] & 0x00FFFFFFu, 0x00FF0000u);
+  EXPECT_EQ(px[1] >> 24, 170u);  // (255 + 0 + 255 + 1) / 3
+  std::vector<uint32_t> grey(9, Px(255, 90, 90, 90));
+  grey[4] = Px(255, 0, 0, 0);
+  Blur(grey.data(), 3, 3, &one);
+  EXPECT_EQ(grey[4], Px(255, 80, 80, 80));  // (8 x 90 + 0 + 4) / 9
+}
+
+TEST(SharpenFilter, ThresholdProtectsSmallDifferences) {
+  std::vector<uint32_t> step;
+  for (int x = 0; x < 20; ++x) step.push_back(x < 10 ? Px(255, 100, 100, 100) : Px(255, 130, 130, 130));
+  auto sharp = step;
+  SharpenParams all{2.0f, 100, 0}, protect{2.0f, 100, 60};
+  Sharpen(sharp.data(), 20, 1, &all);
+  EXPECT_LT(sharp[9] & 255, 100u);  // darker before the edge
+  EXPECT_GT(sharp[10] & 255, 130u);  // brighter after it
+  auto kept = step;
+  Sharpen(kept.data(), 20, 1, &protect);  // a 30-level edge is under half of 60 everywhere
+  EXPECT_EQ(kept, step);
+}
+
+TEST(NoiseFilter, RepeatableSkipsTransparencyAndStaysInRange) {
+  auto a = Noise(2000, 11, true), b = a;
+  a[5] = 0x00123456;
+  b[5] = 0x00123456;
+  AddNoiseParams p{40, false, true};
+  AddNoise(a.data(), 2000, 1, &p);
+  AddNoise(b.data(), 2000, 1, &p);
+  EXPECT_EQ(a, b);
+  EXPECT_EQ(a[5], 0x00123456u);
+  auto original = Noise(2000, 11, true);
+  int changed = 0;
+  for (int i = 0; i < 2000; ++i) changed += a[i] != original[i];
+  EXPECT_GT(changed, 1500);
+  std::vector<uint32_t> grey(500, Px(255, 128, 128, 128));
+  AddNoiseParams mono{100, true, false};
+  AddNoise(grey.data(), 500, 1, &mono);
+  for (uint32_t g : grey) {
+    ASSERT_EQ((g >> 16) & 255, g & 255);  // one value for all three channels
+    ASSERT_LE(std::abs(int((g & 255)) - 128), 153);
+  }
+}
+
+TEST(PixelateFilter, BlocksStartAtTheRegionCorner) {
+  auto doc = CreateDocument(24, 1, 72, 0, 0);
+  for (int x = 0; x < 24; ++x) doc->layers[0].pixels.At(x, 0) = Px(255, x * 10, 0, 0);
+  doc->selection.emplace(24, 1);
+  for (int x = 3; x < 24; ++x) doc->selection->At(x, 0) = 255;
+  doc->selectionBounds = {3, 0, 24, 1};
+  PixelateParams eight{8};
+  ApplyToSelection(*doc, u"Pixelate", &Pixelate, &eight, 0);
+  const Surface& p = doc->layers[0].pixels;
+  EXPECT_EQ(p.At(2, 0), Px(255, 20, 0, 0));      // outside the selection
+  EXPECT_EQ(p.At(3, 0), p.At(10, 0));            // one block: x 3..10
+  EXPECT_NE(p.At(10, 0), p.At(11, 0));           // the next starts at 11
+  EXPECT_EQ(p.At(3, 0), Px(255, 65, 0, 0));      // mean of 30..100
+  EXPECT_EQ(p.At(19, 0), p.At(23, 0));           // the last block is cut short
+  std::vector<uint32_t> clear(4, 0);
+  Pixelate(clear.data(), 2, 2, &eight);
+  EXPECT_EQ(clear, std::vector<uint32_t>(4, 0));
+}
+
+TEST(LuminanceFilters, FlatAreasGiveTheirDocumentedValues) {
+  std::vector<uint32_t> flat(25, Px(200, 0, 0, 0));
+  auto emboss = flat, edges = flat;
+  Emboss(emboss.data(), 5, 5, nullptr);
+  EXPECT_EQ(emboss[12], Px(200, 128, 128, 128));
+  EdgeDetect(edges.data(), 5, 5, nullptr);
+  EXPECT_EQ(edges[12], Px(200, 0, 0, 0));
+  // A vertical edge: Sobel finds it, at full strength clamped to 255.
+  std::vector<uint32_t> edge;
+  for (int y = 0; y < 3; ++y)
+    for (int x = 0; x < 4; ++x) edge.push_back(x < 2 ? Px(255, 0, 0, 0) : Px(255, 255, 255, 255));
+  EdgeDetect(edge.data(), 4, 3, nullptr);
+  EXPECT_EQ(edge[4 + 1], Px(255, 255, 255, 255));
+  EXPECT_EQ(edge[4 + 0], Px(255, 0, 0, 0));
+}
+
+TEST(OtherBlurs, LensAndMotionBlurAverageWithoutChangingFlatAreas) {
+  std::vector<uint32_t> flat(100, Px(255, 40, 80, 120));
+  auto lens = flat, motion = flat;
+  LensBlurParams lp{3.0f, 50.0f};
+  MotionBlurParams mp{6.0f, 30.0f};
+  LensBlur(lens.data(), 10, 10, &lp);
+  MotionBlur(motion.data(), 10, 10, &mp);
+  EXPECT_EQ(lens, flat);
+  EXPECT_EQ(motion, flat);
+  // A horizontal motion blur spreads a dot along its row only.
+  std::vector<uint32_t> dot(15 * 5, Px(255, 0, 0, 0));
+  dot[2 * 15 + 7] = Px(255, 255, 255, 255);
+  MotionBlurParams horizontal{4.0f, 0.0f};
+  MotionBlur(dot.data(), 15, 5, &horizontal);
+  EXPECT_GT(dot[2 * 15 + 9] & 255, 0u);
+  EXPECT_EQ(dot[1 * 15 + 7] & 255, 0u);
+  EXPECT_EQ(BlurMargin(2.0f), 8);
+}
+
+}  // namespace
+}  // namespace tavora
