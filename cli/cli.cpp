@@ -1,19 +1,26 @@
 #include "cli/cli.h"
 
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
 #include <filesystem>
+#include <optional>
 #include <memory>
 
 #include "app/unicode.h"
 #include "document/blend.h"
 #include "document/layer_commands.h"
 #include "formats/file_formats.h"
+#include "processing/effect_dialogs.h"
 
 namespace tavora {
 namespace {
 
 constexpr const char* kUsage =
     "usage: tavora-cli info [--json] FILE\n"
-    "       tavora-cli convert [--flatten] IN OUT\n";
+    "       tavora-cli convert [--flatten] IN OUT\n"
+    "       tavora-cli apply OP[=v1,v2,...] [OP...] IN OUT\n"
+    "       tavora-cli ops\n";
 
 std::filesystem::path ToPath(const std::u16string& arg) { return std::filesystem::path(arg); }
 
@@ -105,6 +112,116 @@ std::string InfoJson(const Document& doc) {
   return s + "]}\n";
 }
 
+std::string Number(double v) { return Utf16ToUtf8(FormatNumber(v)); }
+
+std::string OpsList() {
+  std::string s;
+  for (const EffectDef& def : EffectDefs()) {
+    s += Utf16ToUtf8(def.shortName) + " (\"" + Utf16ToUtf8(def.title) + "\")";
+    if (!def.operation) s += " [not available yet]";
+    s += "\n";
+    for (const ParamRow& row : def.rows)
+      s += "    " + Utf16ToUtf8(row.label) + " " + Number(row.minimum) + ".." + Number(row.maximum) +
+           ", default " + Number(row.fallback) + "\n";
+    if (!def.optionLabel.empty()) s += "    option: " + Utf16ToUtf8(def.optionLabel) + "\n";
+    for (const auto& choice : def.choices) s += "    choice: " + Utf16ToUtf8(choice) + "\n";
+  }
+  for (const ImmediateOp& op : ImmediateOps())
+    s += Utf16ToUtf8(op.shortName) + " (\"" + Utf16ToUtf8(op.historyName) + "\")\n";
+  return s;
+}
+
+// One step of `apply`: an operation with its values, ready to run.
+struct ApplyStep {
+  const EffectDef* effect = nullptr;
+  const ImmediateOp* immediate = nullptr;
+  EffectValues values;
+};
+
+// Parses "name[=v1,v2,...]"; values past the rows may name the option
+// ("option") or a choice. Empty on a problem, which `err` explains.
+std::optional<ApplyStep> ParseStep(const std::u16string& arg, std::string& err) {
+  const std::size_t eq = arg.find(u'=');
+  const std::u16string name = arg.substr(0, eq);
+  ApplyStep step;
+  if (const ImmediateOp* op = FindImmediateOp(name)) {
+    if (eq != std::u16string::npos) {
+      err += Utf16ToUtf8(name) + " takes no values\n";
+      return std::nullopt;
+    }
+    step.immediate = op;
+    return step;
+  }
+  step.effect = FindEffect(name);
+  if (!step.effect) {
+    err += "unknown operation: " + Utf16ToUtf8(name) + "\n";
+    return std::nullopt;
+  }
+  if (!step.effect->operation) {
+    err += "not available yet: " + Utf16ToUtf8(name) + "\n";
+    return std::nullopt;
+  }
+  step.values = DefaultValues(*step.effect);
+  if (eq == std::u16string::npos) return step;
+  std::size_t row = 0, pos = eq + 1;
+  while (pos <= arg.size()) {
+    const std::size_t comma = std::min(arg.find(u',', pos), arg.size());
+    const std::u16string token = arg.substr(pos, comma - pos);
+    pos = comma + 1;
+    if (token.empty()) {
+      ++row;  // an empty value keeps the default
+      continue;
+    }
+    if (row < step.effect->rows.size()) {
+      const ParamRow& r = step.effect->rows[row];
+      const std::string text = Utf16ToUtf8(token);
+      char* end = nullptr;
+      const double v = std::strtod(text.c_str(), &end);
+      if (end == text.c_str() || *end || v < r.minimum || v > r.maximum) {
+        char message[128];
+        std::snprintf(message, sizeof message, "Please enter a value between %g and %g.", r.minimum,
+                      r.maximum);
+        err += Utf16ToUtf8(r.label) + " " + message + "\n";
+        return std::nullopt;
+      }
+      step.values.rows[row++] = v;
+      continue;
+    }
+    if (!step.effect->optionLabel.empty() && token == u"option") {
+      step.values.option = true;
+      continue;
+    }
+    bool matched = false;
+    for (std::size_t c = 0; c < step.effect->choices.size(); ++c) {
+      std::string a = Utf16ToUtf8(token), b = Utf16ToUtf8(step.effect->choices[c]);
+      std::transform(a.begin(), a.end(), a.begin(), ::tolower);
+      std::transform(b.begin(), b.end(), b.begin(), ::tolower);
+      if (a == b) {
+        step.values.choice = static_cast<int32_t>(c);
+        matched = true;
+      }
+    }
+    if (!matched) {
+      err += "too many values for " + Utf16ToUtf8(name) + "\n";
+      return std::nullopt;
+    }
+  }
+  return step;
+}
+
+void RunStep(Document& doc, const ApplyStep& step) {
+  if (step.immediate) {
+    ApplyToSelection(doc, step.immediate->historyName, step.immediate->operation, nullptr,
+                     step.immediate->margin);
+    return;
+  }
+  // Big enough for every parameter block.
+  alignas(8) unsigned char block[64] = {};
+  step.effect->packer(step.values, block);
+  ApplyToSelection(doc, step.effect->historyName, step.effect->operation, block,
+                   EffectDialogMargin(*step.effect, step.values.rows.empty() ? 0 : step.values.rows[0]));
+}
+
 int Usage(std::string& err) {
   err += kUsage;
   return kCliUsage;
@@ -120,6 +237,28 @@ int CannotOpen(const std::filesystem::path& path, std::string& err) {
 int RunCli(const std::vector<std::u16string>& args, std::string& out, std::string& err) {
   if (args.empty()) return Usage(err);
   const std::u16string& command = args[0];
+  if (command == u"ops" && args.size() == 1) {
+    out += OpsList();
+    return kCliOk;
+  }
+  if (command == u"apply") {
+    if (args.size() < 4) return Usage(err);
+    std::vector<ApplyStep> steps;
+    for (std::size_t i = 1; i + 2 < args.size(); ++i) {
+      auto step = ParseStep(args[i], err);
+      if (!step) return Usage(err);
+      steps.push_back(std::move(*step));
+    }
+    const auto in = ToPath(args[args.size() - 2]), outPath = ToPath(args.back());
+    auto doc = OpenDocument(in);
+    if (!doc) return CannotOpen(in, err);
+    for (const ApplyStep& step : steps) RunStep(*doc, step);
+    if (!SaveDocument(*doc, outPath)) {
+      err += "The file could not be saved.\n" + PathText(outPath) + "\n";
+      return kCliCannotSave;
+    }
+    return kCliOk;
+  }
   std::vector<std::u16string> operands;
   bool json = false, flatten = false;
   for (std::size_t i = 1; i < args.size(); ++i) {

@@ -25,7 +25,7 @@
 #include "formats/file_formats.h"
 #include "platform/dialog_win32.h"
 #include "processing/adjustments.h"
-#include "processing/filters.h"
+#include "processing/effect_dialogs.h"
 #include "platform/dpi_win32.h"
 #include "platform/gdiplus_codecs_win32.h"
 #include "platform/system_paths.h"
@@ -514,28 +514,12 @@ void ShowMoreTabs() {
   }
 }
 
-// The adjustments and filters that act at once, with their history names
-// and the margin of neighbours they read around the selection.
+// The adjustments and filters that act at once.
 void RunImmediateAdjustment(Document& doc, int32_t id) {
-  struct Immediate {
-    int32_t id;
-    std::u16string_view name;
-    PixelOp op;
-    int32_t margin;
-  };
-  static constexpr Immediate kImmediate[] = {
-      {kCmdGrayscale, u"Grayscale", &Grayscale, 0},
-      {kCmdSepia, u"Sepia", &Sepia, 0},
-      {kCmdInvert, u"Invert", &Invert, 0},
-      {kCmdAutoTone, u"Auto Tone", &AutoTone, 0},
-      {kCmdAutoContrast, u"Auto Contrast", &AutoContrast, 0},
-      {kCmdAutoColor, u"Auto Color", &AutoColor, 0},
-      {kCmdEmboss, u"Emboss", &Emboss, 1},
-      {kCmdEdgeDetect, u"Edge Detect", &EdgeDetect, 1}};
-  for (const Immediate& a : kImmediate) {
-    if (a.id != id) continue;
+  for (const ImmediateOp& op : ImmediateOps()) {
+    if (op.command != id) continue;
     BusyCursor busy;
-    ApplyToSelection(doc, a.name, a.op, nullptr, a.margin);
+    ApplyToSelection(doc, op.historyName, op.operation, nullptr, op.margin);
   }
 }
 

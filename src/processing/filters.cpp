@@ -178,7 +178,7 @@ void LensRows(int first, int end, void* context) {
           const int32_t sx = std::clamp(x + dx, 0, j.width - 1);
           const uint32_t p = j.source[std::size_t(sy) * j.width + sx];
           const double l = Lum(p) / 255.0;
-          const double w = 1.0 + j.glow * l * l * l * 4.0;
+          const double w = 1.0 + j.glow * l * l * l;
           for (int c = 0; c < 4; ++c) sum[c] += ((p >> (8 * c)) & 255) * w;
           weight += w;
         }
@@ -201,7 +201,7 @@ void LensBlur(uint32_t* pixels, int32_t width, int32_t height, const void* param
   Premultiply(pixels, n);
   PixelBuffer source = NewPixels(n);
   std::memcpy(source.get(), pixels, n * 4);
-  LensJob job{source.get(), pixels, width, height, r, std::max(0.0f, p.glow) / 100.0f};
+  LensJob job{source.get(), pixels, width, height, r, std::max(0.0f, p.glow)};
   RowWorkers::Run(height, &LensRows, &job);
   Unpremultiply(pixels, n);
 }

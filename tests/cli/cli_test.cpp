@@ -4,6 +4,7 @@
 
 #include "document/composite.h"
 #include "formats/layered_format.h"
+#include "processing/adjustments.h"
 #include "temp_dir.h"
 
 namespace tavora {
@@ -119,6 +120,38 @@ TEST(CliErrors, StatusesMessagesAndNoPartialOutput) {
     EXPECT_EQ(r.status, kCliUsage);
     EXPECT_NE(r.err.find("usage: tavora-cli"), std::string::npos);
   }
+}
+
+TEST(CliApply, RunsTableOperationsInOrderAndChecksRanges) {
+  TempDir dir;
+  auto doc = CreateDocument(4, 4, 72, 0xFF204080, 0);
+  ASSERT_TRUE(WriteLayeredDocument(*doc, dir / "in.tvl"));
+  Result r = Cli({u"apply", u"invert", u"brightness-contrast=10,", U(dir / "in.tvl"), U(dir / "out.tvl")});
+  ASSERT_EQ(r.status, kCliOk) << r.err;
+  auto out = ReadLayeredDocument(dir / "out.tvl");
+  ASSERT_TRUE(out);
+  uint8_t table[256];
+  BrightnessContrastTable(10, 0, table);
+  EXPECT_EQ(out->layers[0].pixels.At(1, 1),
+            0xFF000000u | uint32_t(table[0xDF]) << 16 | uint32_t(table[0xBF]) << 8 | table[0x7F]);
+
+  Result range = Cli({u"apply", u"gaussian-blur=250", U(dir / "in.tvl"), U(dir / "x.tvl")});
+  EXPECT_EQ(range.status, kCliUsage);
+  EXPECT_NE(range.err.find("Please enter a value between 0.1 and 100."), std::string::npos);
+  EXPECT_FALSE(std::filesystem::exists(dir / "x.tvl"));
+  EXPECT_EQ(Cli({u"apply", u"spiral", U(dir / "in.tvl"), U(dir / "x.tvl")}).status, kCliUsage);
+  EXPECT_EQ(Cli({u"apply", u"frobnicate", U(dir / "in.tvl"), U(dir / "x.tvl")}).status, kCliUsage);
+  EXPECT_EQ(Cli({u"apply", u"invert=3", U(dir / "in.tvl"), U(dir / "x.tvl")}).status, kCliUsage);
+  EXPECT_EQ(Cli({u"apply", u"Add Noise=30,option,uniform", U(dir / "in.tvl"), U(dir / "n.tvl")}).status,
+            kCliOk);
+  EXPECT_EQ(Cli({u"apply", u"add-noise=30,2", U(dir / "in.tvl"), U(dir / "x.tvl")}).status, kCliUsage);
+
+  Result ops = Cli({u"ops"});
+  EXPECT_EQ(ops.status, kCliOk);
+  EXPECT_NE(ops.out.find("gaussian-blur (\"Gaussian Blur\")\n    Radius (px): 0.1..100, default 3\n"),
+            std::string::npos);
+  EXPECT_NE(ops.out.find("hdr-tone-map (\"HDR Tone Map\") [not available yet]"), std::string::npos);
+  EXPECT_NE(ops.out.find("edge-detect (\"Edge Detect\")"), std::string::npos);
 }
 
 }  // namespace

@@ -1,0 +1,95 @@
+#include "processing/effect_dialogs.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+
+#include "app/commands.h"
+#include "processing/filters.h"
+
+namespace tavora {
+namespace {
+
+TEST(EffectTable, SixteenDialogsWithTheirRowsAndOperations) {
+  ASSERT_EQ(EffectDefs().size(), 16u);
+  std::set<std::u16string_view> names;
+  for (const EffectDef& def : EffectDefs()) {
+    EXPECT_TRUE(names.insert(def.shortName).second);
+    EXPECT_GE(def.rows.size(), 1u);
+    EXPECT_LE(def.rows.size(), 6u);
+    EXPECT_EQ(def.operation == nullptr, def.packer == nullptr);
+    for (const ParamRow& row : def.rows) {
+      EXPECT_LE(row.minimum, row.fallback);
+      EXPECT_GE(row.maximum, row.fallback);
+    }
+  }
+  const EffectDef* gauss = FindEffect(u"gaussian blur");
+  ASSERT_TRUE(gauss);
+  EXPECT_EQ(gauss->rows[0].label, u"Radius (px):");
+  EXPECT_EQ(gauss->rows[0].maximum, 100);
+  EXPECT_EQ(EffectDialogMargin(*gauss, 2.5), 10);  // ceil(7.5) + 2
+  EXPECT_EQ(FindEffect(u"brightness-contrast")->historyName, u"Brightness/Contrast");
+  EXPECT_EQ(EffectDialogMargin(*FindEffect(u"HDR Tone Map"), 1), 1048576);
+  EXPECT_FALSE(FindEffect(u"HDR Tone Map")->livePreview);
+  EXPECT_EQ(FindEffect(u"Add Noise")->choices.size(), 2u);
+  EXPECT_EQ(FindEffect(u"nothing"), nullptr);
+  // The immediate operations carry the menu's command ids.
+  EXPECT_EQ(FindImmediateOp(u"invert")->command, kCmdInvert);
+  EXPECT_EQ(FindImmediateOp(u"Auto Tone")->command, kCmdAutoTone);
+  EXPECT_EQ(FindImmediateOp(u"edge-detect")->command, kCmdEdgeDetect);
+  EXPECT_EQ(FindImmediateOp(u"Grayscale")->command, kCmdGrayscale);
+}
+
+TEST(EffectTable, PackersTruncateIntoTheParameterBlocks) {
+  EffectValues v{{-12.9, 40.99}};
+  BrightnessContrastParams bc;
+  FindEffect(u"brightness-contrast")->packer(v, &bc);
+  EXPECT_EQ(bc.brightness, -12);
+  EXPECT_EQ(bc.contrast, 40);
+  EffectValues noise{{30}, true, 1};
+  AddNoiseParams n;
+  FindEffect(u"add-noise")->packer(noise, &n);
+  EXPECT_EQ(n.amount, 30);
+  EXPECT_TRUE(n.monochromatic);
+  EXPECT_FALSE(n.gaussian);  // the second choice is "Uniform"
+}
+
+TEST(EffectSliders, StepsMappingsAndRounding) {
+  const ParamRow distance{u"Distance (px):", 1, 300, 20, 0, RowKind::SquareSlider};
+  EXPECT_EQ(SliderSteps(distance), 1000);  // 957, raised to 1000
+  const ParamRow wide{u"x", 0, 100, 3, 1, RowKind::SquareSlider};
+  EXPECT_EQ(SliderSteps(wide), 3200);
+  const ParamRow huge{u"x", 0, 1e6, 0, 2, RowKind::SquareSlider};
+  EXPECT_EQ(SliderSteps(huge), 200000);
+  EXPECT_EQ(SliderValue(distance, 0), 1);
+  EXPECT_EQ(SliderValue(distance, 1000), 300);
+  EXPECT_EQ(SliderValue(distance, 500), 1 + 299 * 0.25);  // square law
+  const ParamRow centred{u"Hue:", -180, 180, 0, 0, RowKind::CentredSlider};
+  const int32_t n = SliderSteps(centred);
+  EXPECT_EQ(SliderValue(centred, n / 2), 0.0);
+  EXPECT_EQ(SliderValue(centred, 0), -180);
+  EXPECT_EQ(SliderValue(centred, n), 180);
+  for (double value : {-180.0, -33.0, 0.0, 12.0, 179.0}) {
+    const int32_t p = SliderPosition(centred, value);
+    EXPECT_NEAR(SliderValue(centred, p), value, 0.5) << value;
+  }
+  for (double value : {1.0, 2.0, 57.0, 300.0})
+    EXPECT_NEAR(RoundToDecimals(SliderValue(distance, SliderPosition(distance, value)), 0), value, 1.0);
+  EXPECT_EQ(RoundToDecimals(2.345, 2), 2.35);
+  EXPECT_EQ(RoundToDecimals(-0.4, 0), 0.0);
+}
+
+TEST(EffectMemory, RememberedValuesAreCheckedAgainstTheRow) {
+  const EffectDef& gauss = *FindEffect(u"Gaussian Blur");
+  EXPECT_EQ(RememberSection(gauss), u"Dlg Gaussian Blur");
+  EXPECT_EQ(ParseRemembered(u"250", gauss.rows[0]), std::nullopt);  // over the maximum: default
+  EXPECT_EQ(ParseRemembered(u"2.5", gauss.rows[0]), 2.5);
+  EXPECT_EQ(ParseRemembered(u"abc", gauss.rows[0]), std::nullopt);
+  EXPECT_EQ(ParseRemembered(u"3x", gauss.rows[0]), std::nullopt);
+  EXPECT_EQ(ParseRemembered(u"nan", gauss.rows[0]), std::nullopt);
+  EXPECT_EQ(FormatNumber(2.5), u"2.5");
+  EXPECT_EQ(FormatNumber(1234567.0), u"1.23457e+06");
+}
+
+}  // namespace
+}  // namespace tavora
