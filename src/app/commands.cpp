@@ -143,6 +143,9 @@ constexpr int32_t kLanded[] = {
     kCmdHistory, kCmdSettings,
     kCmdGrayscale, kCmdSepia, kCmdInvert, kCmdAutoTone, kCmdAutoContrast, kCmdAutoColor,
     kCmdEmboss, kCmdEdgeDetect,
+    kCmdBrightnessContrast, kCmdGamma, kCmdHueSaturation, kCmdColorize, kCmdPosterize,
+    kCmdThreshold, kCmdBlur, kCmdGaussianBlur, kCmdLensBlur, kCmdMotionBlur, kCmdSharpen,
+    kCmdAddNoise, kCmdPixelate,
 };
 
 // What each command needs beyond having landed.

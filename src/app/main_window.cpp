@@ -25,6 +25,7 @@
 #include "formats/file_formats.h"
 #include "platform/dialog_win32.h"
 #include "processing/adjustments.h"
+#include "processing/effect_dialog.h"
 #include "processing/effect_dialogs.h"
 #include "platform/dpi_win32.h"
 #include "platform/gdiplus_codecs_win32.h"
@@ -514,6 +515,20 @@ void ShowMoreTabs() {
   }
 }
 
+// The commands that open an effect dialog, by the dialog's title.
+void RunEffectCommand(Document& doc, int32_t id) {
+  static constexpr std::pair<int32_t, std::u16string_view> kDialogs[] = {
+      {kCmdBrightnessContrast, u"Brightness / Contrast"}, {kCmdGamma, u"Gamma"},
+      {kCmdHueSaturation, u"Hue / Saturation / Lightness"}, {kCmdColorize, u"Colorize"},
+      {kCmdPosterize, u"Posterize"}, {kCmdThreshold, u"Threshold"}, {kCmdBlur, u"Blur"},
+      {kCmdGaussianBlur, u"Gaussian Blur"}, {kCmdLensBlur, u"Lens Blur"},
+      {kCmdMotionBlur, u"Motion Blur"}, {kCmdSharpen, u"Sharpen"}, {kCmdAddNoise, u"Add Noise"},
+      {kCmdPixelate, u"Pixelate"}};
+  for (const auto& [command, title] : kDialogs)
+    if (command == id)
+      if (const EffectDef* def = FindEffect(title)) RunEffectDialog(g.main, doc, *def);
+}
+
 // The adjustments and filters that act at once.
 void RunImmediateAdjustment(Document& doc, int32_t id) {
   for (const ImmediateOp& op : ImmediateOps()) {
@@ -614,6 +629,21 @@ void RunCommand(int32_t id) {
     case kCmdEmboss:
     case kCmdEdgeDetect:
       if (doc) RunImmediateAdjustment(*doc, id);
+      break;
+    case kCmdBrightnessContrast:
+    case kCmdGamma:
+    case kCmdHueSaturation:
+    case kCmdColorize:
+    case kCmdPosterize:
+    case kCmdThreshold:
+    case kCmdBlur:
+    case kCmdGaussianBlur:
+    case kCmdLensBlur:
+    case kCmdMotionBlur:
+    case kCmdSharpen:
+    case kCmdAddNoise:
+    case kCmdPixelate:
+      if (doc) RunEffectCommand(*doc, id);
       break;
     case kCmdUndo:
       if (doc) Undo(*doc);
