@@ -146,6 +146,7 @@ constexpr int32_t kLanded[] = {
     kCmdBrightnessContrast, kCmdGamma, kCmdHueSaturation, kCmdColorize, kCmdPosterize,
     kCmdThreshold, kCmdBlur, kCmdGaussianBlur, kCmdLensBlur, kCmdMotionBlur, kCmdSharpen,
     kCmdAddNoise, kCmdPixelate,
+    kCmdNewLayer, kCmdDuplicateLayer, kCmdDeleteLayer, kCmdMergeDown, kCmdLayerUp, kCmdLayerDown,
 };
 
 // What each command needs beyond having landed.

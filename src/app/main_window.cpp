@@ -653,12 +653,23 @@ void RunCommand(int32_t id) {
       break;
     case kCmdFlattenImage:
     case kCmdFlattenLayers:
-      if (doc) {
-        PushWholeDocument(*doc, u"Flatten Image");
-        FlattenLayers(*doc);
-        Invalidate(*doc, -1, doc->Bounds());
-        NotifyLayersChanged(*doc);
-      }
+      if (doc) FlattenCommand(*doc);
+      break;
+    case kCmdNewLayer:
+      if (doc) NewLayerCommand(*doc);
+      break;
+    case kCmdDuplicateLayer:
+      if (doc) DuplicateLayerCommand(*doc);
+      break;
+    case kCmdDeleteLayer:
+      if (doc) DeleteLayerCommand(*doc);
+      break;
+    case kCmdMergeDown:
+      if (doc) MergeDownCommand(*doc);
+      break;
+    case kCmdLayerUp:
+    case kCmdLayerDown:
+      if (doc) MoveLayerCommand(*doc, id == kCmdLayerUp ? 1 : -1);
       break;
     default:
       break;

@@ -1,6 +1,12 @@
 #include "document/layer_commands.h"
 
+#include <algorithm>
+
+#include "app/row_workers.h"
 #include "document/composite.h"
+#include "document/document_events.h"
+#include "document/history.h"
+#include "document/layer_effects.h"
 
 namespace tavora {
 
@@ -21,6 +27,119 @@ void FlattenLayers(Document& doc) {
   doc.composite.reset();
   doc.compositeLayer = -1;
   doc.compositeDirty = doc.Bounds();
+}
+
+}  // namespace tavora
+
+namespace tavora {
+namespace {
+
+void InvalidateAll(Document& doc) {
+  for (Layer& l : doc.layers) l.effectsDirty = {0, 0, l.Width(), l.Height()};
+  doc.compositeDirty = doc.Bounds();
+  NotifyAreaChanged(doc, doc.Bounds());
+}
+
+void Changed(Document& doc) {
+  doc.modified = true;
+  InvalidateAll(doc);
+  NotifyLayersChanged(doc);
+}
+
+}  // namespace
+
+void InsertLayer(Document& doc, Layer layer, int32_t position) {
+  if (position < 0 || position > doc.LayerCount()) position = doc.active + 1;
+  position = std::min(position, doc.LayerCount());
+  doc.layers.insert(doc.layers.begin() + position, std::move(layer));
+  doc.active = position;
+  Changed(doc);
+}
+
+void RemoveLayer(Document& doc, int32_t index) {
+  if (index < 0 || index >= doc.LayerCount()) return;
+  const int32_t oldCount = doc.LayerCount();
+  doc.layers.erase(doc.layers.begin() + index);
+  if (doc.LayerCount() <= doc.active) doc.active = std::max(oldCount - 2, 0);
+  doc.compositeLayer = -1;
+  Changed(doc);
+}
+
+void MergeDown(Document& doc, int32_t index) {
+  if (index < 1 || index >= doc.LayerCount()) return;
+  Layer& upper = doc.layers[index];
+  Layer& lower = doc.layers[index - 1];
+  if (AnyEffectOn(upper)) RenderLayerEffects(upper);
+  if (AnyEffectOn(lower)) RenderLayerEffects(lower);
+  // The pair alone, the lower one plain, into a fresh buffer.
+  const bool visible = lower.visible;
+  const int32_t opacity = lower.opacity, mode = lower.blendMode;
+  lower.visible = true;
+  lower.opacity = 255;
+  lower.blendMode = 0;
+  Surface merged(doc.width, doc.height);
+  CompositeRowsContext ctx;
+  ctx.layers = &doc.layers[index - 1];
+  ctx.layerCount = 2;
+  ctx.output = merged.Data();
+  ctx.outputStride = doc.width;
+  ctx.x1 = doc.width;
+  RowWorkers::Run(doc.height, &CompositeRows, &ctx);
+  lower.visible = visible;
+  lower.opacity = opacity;
+  lower.blendMode = mode;
+  lower.pixels = std::move(merged);
+  lower.effects.dropShadow.on = lower.effects.outerGlow.on = lower.effects.innerGlow.on = false;
+  lower.effects.bevel.on = lower.effects.colorOverlay.on = lower.effects.gradientOverlay.on = false;
+  lower.effects.stroke.on = lower.effects.bloom.on = false;
+  lower.DropEffectCaches();
+  doc.layers.erase(doc.layers.begin() + index);
+  doc.active = index - 1;
+  doc.compositeLayer = -1;
+  Changed(doc);
+}
+
+void NewLayerCommand(Document& doc) {
+  PushWholeDocument(doc, u"New Layer");
+  InsertLayer(doc, Layer(doc.width, doc.height, NewLayerName(doc)), -1);
+}
+
+void DuplicateLayerCommand(Document& doc) {
+  PushWholeDocument(doc, u"Duplicate Layer");
+  const Layer* active = ActiveLayer(&doc);
+  if (!active) return;
+  Layer copy(*active);
+  copy.opaqueBackground = false;
+  copy.SetName(DuplicateLayerName(doc, active->Name()));
+  InsertLayer(doc, std::move(copy), -1);
+}
+
+void DeleteLayerCommand(Document& doc) {
+  PushWholeDocument(doc, u"Delete Layer");
+  if (ActiveLayer(&doc)) RemoveLayer(doc, doc.active);
+}
+
+void MergeDownCommand(Document& doc) {
+  PushWholeDocument(doc, u"Merge Down");
+  if (ActiveLayer(&doc)) MergeDown(doc, doc.active);
+}
+
+void FlattenCommand(Document& doc) {
+  PushWholeDocument(doc, u"Flatten Image");
+  FlattenLayers(doc);
+  InvalidateAll(doc);
+  NotifyLayersChanged(doc);
+}
+
+void MoveLayerCommand(Document& doc, int32_t offset) {
+  if (!ActiveLayer(&doc)) return;
+  const int32_t to = doc.active + offset;
+  if (to < 0 || to >= doc.LayerCount()) return;  // nothing recorded either
+  PushWholeDocument(doc, offset > 0 ? u"Move Layer Up" : u"Move Layer Down");
+  std::swap(doc.layers[doc.active], doc.layers[to]);
+  doc.active = to;
+  doc.compositeLayer = -1;
+  Changed(doc);
 }
 
 }  // namespace tavora

@@ -78,6 +78,18 @@ TEST(CommandAvailability, FollowsTheDocumentAndItsLayers) {
   doc.layerCount = 3;
   doc.activeLayer = 0;
   EXPECT_TRUE(CommandAvailable(kCmdFlattenImage, doc));
+  // Layer commands follow the stack: at the bottom there is nothing below.
+  EXPECT_FALSE(CommandAvailable(kCmdMergeDown, doc));
+  EXPECT_FALSE(CommandAvailable(kCmdLayerDown, doc));
+  EXPECT_TRUE(CommandAvailable(kCmdLayerUp, doc));
+  EXPECT_TRUE(CommandAvailable(kCmdDeleteLayer, doc));
+  doc.activeLayer = 2;
+  EXPECT_TRUE(CommandAvailable(kCmdMergeDown, doc));
+  EXPECT_FALSE(CommandAvailable(kCmdLayerUp, doc));
+  doc.layerCount = 1;
+  doc.activeLayer = 0;
+  EXPECT_FALSE(CommandAvailable(kCmdDeleteLayer, doc));
+  doc.layerCount = 3;
   EXPECT_TRUE(CommandAvailable(kCmdFlattenLayers, doc));
   EXPECT_FALSE(CommandAvailable(kCmdUndo, doc));
   doc.canUndo = true;
@@ -96,7 +108,7 @@ TEST(CommandAvailability, CommandsStillToComeAreGreyedNotSilent) {
   everything.activeLayer = 2;
   everything.upscaylConfigured = everything.photoshopConfigured = everything.documentSaved = true;
   // Nothing has a handler yet for these: they must not look usable.
-  for (int32_t id : {kCmdPrint, kCmdBatch, kCmdHdrToneMap, kCmdMergeDown, kCmdSelectAll, kCmdPhotoshop})
+  for (int32_t id : {kCmdPrint, kCmdBatch, kCmdHdrToneMap, kCmdLayerProperties, kCmdSelectAll, kCmdPhotoshop})
     EXPECT_FALSE(CommandAvailable(id, everything)) << id;
 }
 

@@ -1,0 +1,102 @@
+#include "document/layer_commands.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "document/composite.h"
+#include "document/history.h"
+
+namespace tavora {
+namespace {
+
+uint32_t Px(uint32_t a, uint32_t r, uint32_t g, uint32_t b) { return a << 24 | r << 16 | g << 8 | b; }
+
+TEST(LayerCommands, NewAndDuplicateGoAboveTheActiveLayer) {
+  auto doc = CreateDocument(4, 4, 72, 0xFFFFFFFF, 0);
+  NewLayerCommand(*doc);
+  ASSERT_EQ(doc->LayerCount(), 2);
+  EXPECT_EQ(doc->active, 1);
+  EXPECT_EQ(doc->layers[1].Name(), u"Layer 2");
+  EXPECT_EQ(UndoLabel(*doc), u"New Layer");
+  doc->active = 0;
+  DuplicateLayerCommand(*doc);  // of the Background
+  ASSERT_EQ(doc->LayerCount(), 3);
+  EXPECT_EQ(doc->active, 1);
+  EXPECT_EQ(doc->layers[1].Name(), u"Background copy");
+  EXPECT_FALSE(doc->layers[1].opaqueBackground);
+  EXPECT_EQ(doc->layers[1].pixels.At(3, 3), 0xFFFFFFFFu);
+  EXPECT_EQ(doc->layers[2].Name(), u"Layer 2");
+  ASSERT_TRUE(Undo(*doc));
+  EXPECT_EQ(doc->LayerCount(), 2);
+}
+
+TEST(LayerCommands, DeletingTheActiveTopLayerActivatesTheOneBelow) {
+  auto doc = CreateDocument(4, 4, 72, 0xFFFFFFFF, 0);
+  NewLayerCommand(*doc);
+  NewLayerCommand(*doc);
+  ASSERT_EQ(doc->active, 2);
+  DeleteLayerCommand(*doc);
+  EXPECT_EQ(doc->LayerCount(), 2);
+  EXPECT_EQ(doc->active, 1);
+  doc->active = 0;
+  DeleteLayerCommand(*doc);  // the bottom one: the next becomes the bottom
+  EXPECT_EQ(doc->LayerCount(), 1);
+  EXPECT_EQ(doc->active, 0);
+  EXPECT_EQ(doc->layers[0].Name(), u"Layer 2");
+}
+
+TEST(LayerCommands, MergeDownKeepsWhatTheCanvasShowed) {
+  auto doc = CreateDocument(16, 8, 72, 0xFF3060A0, 0);
+  for (int x = 0; x < 16; ++x) doc->layers[0].pixels.At(x, 3) = Px(255, x * 15, 200, 40);
+  Layer top(16, 8, u"Shade");
+  for (int y = 0; y < 8; ++y)
+    for (int x = 0; x < 16; ++x) top.pixels.At(x, y) = Px(y * 30, 255 - x * 10, x * 12, 90);
+  top.opacity = 128;
+  top.blendMode = 1;  // Multiply
+  doc->layers.push_back(std::move(top));
+  doc->active = 1;
+  Composite(*doc);
+  const Surface before = CompositeSource(*doc);
+  MergeDownCommand(*doc);
+  ASSERT_EQ(doc->LayerCount(), 1);
+  EXPECT_EQ(doc->active, 0);
+  EXPECT_EQ(doc->layers[0].Name(), u"Background");
+  EXPECT_EQ(std::memcmp(doc->layers[0].pixels.Data(), before.Data(), before.PixelCount() * 4), 0);
+  Composite(*doc);
+  EXPECT_EQ(std::memcmp(CompositeSource(*doc).Data(), before.Data(), before.PixelCount() * 4), 0);
+  EXPECT_EQ(UndoLabel(*doc), u"Merge Down");
+
+  MergeDownCommand(*doc);  // the bottom layer: nothing, but a step all the same
+  EXPECT_EQ(doc->LayerCount(), 1);
+  EXPECT_EQ(doc->history.states.size(), 2u);
+}
+
+TEST(LayerCommands, MovesRecordOnlyWhenTheyMove) {
+  auto doc = CreateDocument(4, 4, 72, 0xFFFFFFFF, 0);
+  NewLayerCommand(*doc);
+  const auto states = doc->history.states.size();
+  MoveLayerCommand(*doc, +1);  // already the top
+  EXPECT_EQ(doc->history.states.size(), states);
+  MoveLayerCommand(*doc, -1);
+  EXPECT_EQ(doc->history.states.size(), states + 1);
+  EXPECT_EQ(UndoLabel(*doc), u"Move Layer Down");
+  EXPECT_EQ(doc->active, 0);
+  EXPECT_EQ(doc->layers[0].Name(), u"Layer 2");
+  EXPECT_EQ(doc->layers[1].Name(), u"Background");
+}
+
+TEST(LayerCommands, FlattenIsAStepEvenForOneLayer) {
+  auto doc = CreateDocument(4, 4, 72, 0x00FFFFFF, 0);
+  FlattenCommand(*doc);
+  EXPECT_EQ(UndoLabel(*doc), u"Flatten Image");
+  EXPECT_EQ(doc->LayerCount(), 1);
+  NewLayerCommand(*doc);
+  doc->layers[1].pixels.Fill(0xFF102030);
+  FlattenCommand(*doc);
+  ASSERT_EQ(doc->LayerCount(), 1);
+  EXPECT_TRUE(doc->layers[0].opaqueBackground);
+}
+
+}  // namespace
+}  // namespace tavora
