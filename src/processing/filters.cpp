@@ -55,11 +55,36 @@ void BoxRows(int first, int end, void* context) {
                          job.width, 1, job.radius);
 }
 
+// The vertical pass walks down the rows with one running sum per column
+// and channel, so memory is read row by row rather than column by column.
 template <typename T, int channels>
 void BoxColumns(int first, int end, void* context) {
   auto& job = *static_cast<BoxJob<T, channels>*>(context);
-  for (int x = first; x < end; ++x)
-    BoxLine<T, channels>(job.temp + x, job.pixels + x, job.height, job.width, job.radius);
+  const int32_t w = job.width, h = job.height, r = job.radius, n = 2 * r + 1;
+  const int32_t span = end - first;
+  std::vector<uint32_t> sums(std::size_t(span) * channels, 0);
+  auto row = [&](int32_t y) { return job.temp + std::size_t(std::clamp(y, 0, h - 1)) * w + first; };
+  auto add = [&](const T* src, int32_t times, int sign) {
+    for (int32_t x = 0; x < span; ++x)
+      for (int c = 0; c < channels; ++c) {
+        const uint32_t v = (uint32_t(src[x]) >> (8 * c)) & 255;
+        uint32_t& s = sums[std::size_t(x) * channels + c];
+        s = sign > 0 ? s + v * uint32_t(times) : s - v;
+      }
+  };
+  add(row(0), r + 1, 1);
+  for (int32_t i = 1; i <= r; ++i) add(row(i), 1, 1);
+  for (int32_t y = 0; y < h; ++y) {
+    T* out = job.pixels + std::size_t(y) * w + first;
+    for (int32_t x = 0; x < span; ++x) {
+      uint32_t v = 0;
+      for (int c = 0; c < channels; ++c)
+        v |= ((sums[std::size_t(x) * channels + c] + uint32_t(r)) / uint32_t(n)) << (8 * c);
+      out[x] = T(v);
+    }
+    add(row(y + r + 1), 1, 1);
+    add(row(y - r), 1, -1);
+  }
 }
 
 template <typename T, int channels>
