@@ -1,0 +1,73 @@
+#!/usr/bin/env bash
+# End-to-end: Ctrl+M's Brightness / Contrast preview changes the canvas and
+# Cancel restores it exactly; Ctrl+Shift+G greys the picture, and Ctrl+S
+# saves the grey picture in place.
+# Usage: adjust.sh TAVORA_EXE WINE_RUN OUTPUT_DIR
+set -euo pipefail
+exe="$1"; wine_run="$2"; out="$3"
+work="$(mktemp -d)"
+export WINEPREFIX="${WINEPREFIX:-$HOME/.cache/tavora/wine}"
+app=""
+trap '[ -n "$app" ] && kill $app 2>/dev/null; "$wine_run" --shutdown; kill $xvfb 2>/dev/null || true; rm -rf "$work"' EXIT
+mkdir -p "$out"
+cp "$exe" "$work/tavora.exe"
+winpath() { echo "Z:$1" | sed 's|/|\\|g'; }
+convert -size 320x200 gradient:'#3060c0-#f0a040' "PNG24:$work/pic.png"
+
+display=":$((200 + RANDOM % 500))"
+Xvfb "$display" -screen 0 1600x1000x24 -nolisten tcp >/dev/null 2>&1 &
+xvfb=$!
+export DISPLAY="$display"
+"$wine_run" --shutdown
+sleep 1
+fail() { echo "FAILED: $*"; import -window root "$out/adjust-failure.png" 2>/dev/null || true; exit 1; }
+window() {
+  for _ in $(seq 1 40); do
+    w=$(xdotool search --onlyvisible --name "$1" 2>/dev/null | head -1 || true)
+    [ -n "$w" ] && { echo "$w"; return 0; }
+    sleep 0.5
+  done
+  return 1
+}
+# The screen colour at the middle of the picture (it is centred in the canvas,
+# left of the History panel).
+sample() {
+  import -window root "$work/shot.png"
+  eval "$(xdotool getwindowgeometry --shell "$main")"
+  convert "$work/shot.png" -format "%[pixel:p{$((X + (WIDTH - 236) / 2)),$((Y + HEIGHT / 2))}]" info:
+}
+
+"$wine_run" "$work/tavora.exe" "$(winpath "$work/pic.png")" >/dev/null 2>&1 &
+app=$!
+main=$(window '^pic.png - Tavora$') || fail "the picture did not open"
+# The splash (also titled "Tavora") must be gone before the canvas is read.
+for _ in $(seq 1 20); do xdotool search --onlyvisible --name '^Tavora$' >/dev/null 2>&1 || break; sleep 0.5; done
+sleep 1
+before=$(sample)
+
+xdotool windowfocus --sync "$main"
+xdotool key ctrl+m
+dlg=$(window '^Brightness / Contrast$') || fail "Ctrl+M opened no dialog"
+eval "$(xdotool getwindowgeometry --shell "$dlg")"
+xdotool mousemove $((X + 190)) $((Y + 26)) click 1
+xdotool key ctrl+a
+xdotool type --delay 40 80
+sleep 2
+previewed=$(sample)
+import -window root "$out/adjust-preview.png"
+[ "$previewed" != "$before" ] || fail "the live preview did not change the canvas"
+eval "$(xdotool getwindowgeometry --shell "$dlg")"
+xdotool mousemove $((X + WIDTH - 60)) $((Y + 92)) click 1
+for _ in $(seq 1 20); do xdotool search --onlyvisible --name '^Brightness / Contrast$' >/dev/null 2>&1 || break; sleep 0.5; done
+sleep 1
+[ "$(sample)" = "$before" ] || fail "Cancel did not restore the canvas"
+
+xdotool windowfocus --sync "$main"
+xdotool key ctrl+shift+g
+sleep 1
+xdotool key ctrl+s
+sleep 2
+import -window root "$out/adjust-grey.png"
+colours=$(convert "$work/pic.png" -colorspace HSL -channel G -separate -format '%[fx:maxima]' info:)
+[ "$colours" = "0" ] || fail "the saved picture is not grey (saturation $colours)"
+echo "adjustments: 1 passed, 0 failed"
