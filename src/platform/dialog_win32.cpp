@@ -69,6 +69,7 @@ INT_PTR CALLBACK DialogProc(HWND dlg, UINT msg, WPARAM wp, LPARAM lp) {
       for (std::size_t i = 0; i < ctx->fields->size(); ++i) {
         const DialogField& f = (*ctx->fields)[i];
         HWND control = GetDlgItem(dlg, kFirstField + static_cast<int>(i));
+        if (f.note) continue;
         if (f.choices.empty()) {
           SetWindowTextW(control, f.value.c_str());
           continue;
@@ -85,11 +86,11 @@ INT_PTR CALLBACK DialogProc(HWND dlg, UINT msg, WPARAM wp, LPARAM lp) {
       if (LOWORD(wp) == IDOK) {
         std::vector<DialogField> edited = *ctx->fields;
         for (std::size_t i = 0; i < edited.size(); ++i)
-          edited[i].value = WindowText(GetDlgItem(dlg, kFirstField + static_cast<int>(i)));
+          if (!edited[i].note) edited[i].value = WindowText(GetDlgItem(dlg, kFirstField + static_cast<int>(i)));
         if (ctx->validate) {
           const std::wstring problem = ctx->validate(edited);
           if (!problem.empty()) {
-            MessageBoxW(dlg, problem.c_str(), L"Tavora", MB_OK | MB_ICONWARNING);
+            MessageBoxW(dlg, problem.c_str(), L"Tavora", MB_OK | MB_ICONINFORMATION);
             return TRUE;
           }
         }
@@ -132,8 +133,13 @@ bool RunFieldDialog(HWND owner, const std::wstring& title, std::vector<DialogFie
   t.Text(L"Segoe UI");
   for (std::size_t i = 0; i < fields.size(); ++i) {
     const short y = static_cast<short>(kMargin + kRowHeight * static_cast<int>(i));
-    t.Item(SS_LEFT, kMargin, y + 2, kLabelWidth, 10, 0xFFFF, 0x0082, fields[i].label);
     const WORD id = static_cast<WORD>(kFirstField + i);
+    if (fields[i].note) {
+      // The row still has an id so that reading the fields stays in step.
+      t.Item(SS_LEFT, kMargin, y + 2, kLabelWidth + kFieldWidth, 10, id, 0x0082, fields[i].label);
+      continue;
+    }
+    t.Item(SS_LEFT, kMargin, y + 2, kLabelWidth, 10, 0xFFFF, 0x0082, fields[i].label);
     if (fields[i].choices.empty()) {
       t.Item(WS_BORDER | WS_TABSTOP | ES_AUTOHSCROLL, kMargin + kLabelWidth, y, kFieldWidth, 13,
              id, 0x0081, L"");

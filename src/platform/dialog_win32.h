@@ -13,6 +13,7 @@ struct DialogField {
   std::wstring label;
   std::wstring value;                 // the text of an edit, or the chosen item of a choice
   std::vector<std::wstring> choices;  // empty: an edit box; else a drop-down list
+  bool note = false;                  // a line of text only, its label spanning the row
 };
 
 // True on OK, with the fields' values updated; `validate` may refuse OK by

@@ -13,4 +13,10 @@ namespace tavora {
 // exactly on Cancel.
 bool RunEffectDialog(HWND owner, Document& doc, const EffectDef& def);
 
+// The single-value prompt: one number with its range shown, checked on OK
+// ("Please enter a value between %g and %g."); `value` changes only when
+// confirmed. With `remember`, the value is kept in "Dlg <title>" / "c1".
+bool PromptValue(HWND owner, std::u16string_view title, std::u16string_view label, double& value,
+                 double minimum, double maximum, uint32_t decimals, bool remember);
+
 }  // namespace tavora

@@ -12,6 +12,7 @@
 #include "app/memory.h"
 #include "app/settings_store.h"
 #include "document/composite.h"
+#include "platform/dialog_win32.h"
 #include "platform/dpi_win32.h"
 #include "processing/adjustments.h"
 #include "processing/effect_dialog.h"
@@ -318,6 +319,47 @@ bool RunEffectDialog(HWND owner, Document& doc, const EffectDef& def) {
   SetActiveWindow(owner);
   g_dialog = nullptr;
   return d.applied;
+}
+
+}  // namespace tavora
+
+namespace tavora {
+namespace {
+
+struct PromptRange {
+  double minimum, maximum;
+};
+PromptRange g_promptRange{0, 0};
+
+std::wstring PromptProblem(const std::vector<DialogField>& fields) {
+  wchar_t* end = nullptr;
+  const double v = wcstod(fields[0].value.c_str(), &end);
+  if (end == fields[0].value.c_str() || !std::isfinite(v) || v < g_promptRange.minimum ||
+      v > g_promptRange.maximum) {
+    const std::u16string message = RangeMessage(g_promptRange.minimum, g_promptRange.maximum);
+    return std::wstring(message.begin(), message.end());
+  }
+  return {};
+}
+
+}  // namespace
+
+bool PromptValue(HWND owner, std::u16string_view title, std::u16string_view label, double& value,
+                 double minimum, double maximum, uint32_t decimals, bool remember) {
+  const std::u16string section = u"Dlg " + std::u16string(title);
+  double start = value;
+  if (remember) {
+    const ParamRow row{label, minimum, maximum, value, decimals, RowKind::Edit};
+    start = ParseRemembered(AppSettings().GetString(section, u"c1"), row).value_or(value);
+  }
+  const std::u16string hint = RangeHint(minimum, maximum);
+  std::vector<DialogField> fields{{Wide(label), Format(start, decimals), {}},
+                                  {Wide(hint), L"", {}, true}};
+  g_promptRange = {minimum, maximum};
+  if (!RunFieldDialog(owner, Wide(title), fields, &PromptProblem)) return false;
+  value = RoundToDecimals(wcstod(fields[0].value.c_str(), nullptr), decimals);
+  if (remember) AppSettings().SetString(section, u"c1", FormatNumber(value));
+  return true;
 }
 
 }  // namespace tavora

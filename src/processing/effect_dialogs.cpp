@@ -204,6 +204,18 @@ double RoundToDecimals(double value, uint32_t decimals) {
   return std::floor(value * scale + 0.5) / scale;
 }
 
+std::u16string RangeHint(double minimum, double maximum) {
+  char text[96];
+  std::snprintf(text, sizeof text, "Range: %g \xE2\x80\x93 %g", minimum, maximum);
+  return Utf8ToUtf16(text);
+}
+
+std::u16string RangeMessage(double minimum, double maximum) {
+  char text[96];
+  std::snprintf(text, sizeof text, "Please enter a value between %g and %g.", minimum, maximum);
+  return Utf8ToUtf16(text);
+}
+
 std::u16string RememberSection(const EffectDef& def) { return u"Dlg " + std::u16string(def.title); }
 
 std::u16string FormatNumber(double value) {

@@ -75,6 +75,11 @@ int32_t SliderPosition(const ParamRow& row, double value);
 // A slider row's value as read: rounded to the row's decimals.
 double RoundToDecimals(double value, uint32_t decimals);
 
+// The single-value prompt's texts: "Range: %g – %g" and, for a value out
+// of range, "Please enter a value between %g and %g.".
+std::u16string RangeHint(double minimum, double maximum);
+std::u16string RangeMessage(double minimum, double maximum);
+
 // Remembered values: "Dlg <title>" / "c<row>".
 std::u16string RememberSection(const EffectDef& def);
 std::u16string FormatNumber(double value);             // "%.6g"

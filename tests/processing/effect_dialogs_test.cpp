@@ -89,6 +89,8 @@ TEST(EffectMemory, RememberedValuesAreCheckedAgainstTheRow) {
   EXPECT_EQ(ParseRemembered(u"nan", gauss.rows[0]), std::nullopt);
   EXPECT_EQ(FormatNumber(2.5), u"2.5");
   EXPECT_EQ(FormatNumber(1234567.0), u"1.23457e+06");
+  EXPECT_EQ(RangeHint(1, 250), u"Range: 1 \u2013 250");
+  EXPECT_EQ(RangeMessage(-360, 0.5), u"Please enter a value between -360 and 0.5.");
 }
 
 }  // namespace
