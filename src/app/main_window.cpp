@@ -31,6 +31,7 @@
 #include "platform/gdiplus_codecs_win32.h"
 #include "platform/system_paths.h"
 #include "panels/history_panel.h"
+#include "panels/layers_panel.h"
 #include "tools/canvas.h"
 
 namespace tavora {
@@ -59,6 +60,7 @@ struct Shell {
   bool browseOpen = false;
   HWND canvas = nullptr;
   HWND history = nullptr;
+  HWND layers = nullptr;
   bool historyShown = true;
   RecentFiles recent;
 };
@@ -205,6 +207,7 @@ void ApplyTheme() {
   }
   if (g.canvas) SetCanvasSettings(g.canvas, {g.view.smooth, g.view.grid, g.dark});
   if (g.history) SetHistoryPanelTheme(g.history, g.dark);
+  if (g.layers) SetLayersPanelTheme(g.layers, g.dark);
 }
 
 // ---------------------------------------------------------------- documents
@@ -222,6 +225,7 @@ void ShowActive() {
   SetCanvasDocument(g.canvas, ActiveDocument());
   LayoutChildren();
   SetHistoryPanelDocument(g.history, ActiveDocument());
+  SetLayersPanelDocument(g.layers, ActiveDocument());
   UpdateTitle();
   RefreshMenus();
 }
@@ -394,6 +398,7 @@ void CloseTab(int32_t index) {
   if (!ConfirmCloseDocument(*g.documents[index])) return;
   SetCanvasDocument(g.canvas, nullptr);
   SetHistoryPanelDocument(g.history, nullptr);
+  SetLayersPanelDocument(g.layers, nullptr);
   g.documents.erase(g.documents.begin() + index);
   g.activeTab = std::min<int32_t>(g.activeTab, static_cast<int32_t>(g.documents.size()) - 1);
   ShowActive();
@@ -688,9 +693,14 @@ void OnHistoryChanged(Document& doc) {
   if (&doc != ActiveDocument()) return;
   UpdateTitle();
   RefreshHistoryPanel(g.history);
+  RefreshLayersPanel(g.layers);
+  RefreshMenus();
 }
 void OnWholeDocumentChanged(Document& doc) {
-  if (&doc == ActiveDocument()) SetCanvasDocument(g.canvas, &doc);
+  if (&doc != ActiveDocument()) return;
+  SetCanvasDocument(g.canvas, &doc);
+  RefreshLayersPanel(g.layers);
+  RefreshMenus();
 }
 const DocumentObserver kObserver{&OnAreaChanged, &OnHistoryChanged, &OnWholeDocumentChanged,
                                  &OnWholeDocumentChanged, &OnWholeDocumentChanged};
@@ -699,10 +709,16 @@ void LayoutChildren() {
   RECT r;
   GetClientRect(g.main, &r);
   const int width = r.right - r.left, height = r.bottom - r.top;
-  const int panel = g.historyShown ? std::min(HistoryPanelWidth(g.dpi), width / 2) : 0;
+  // The panels share a column at the right: History above, Layers below.
+  const int panel = std::min(HistoryPanelWidth(g.dpi), width / 2);
+  const int historyHeight = g.historyShown ? height * 2 / 5 : 0;
   if (g.history) {
-    MoveWindow(g.history, width - panel, 0, panel, height, TRUE);
+    MoveWindow(g.history, width - panel, 0, panel, historyHeight, TRUE);
     ShowWindow(g.history, g.historyShown ? SW_SHOWNA : SW_HIDE);
+  }
+  if (g.layers) {
+    MoveWindow(g.layers, width - panel, historyHeight, panel, height - historyHeight, TRUE);
+    ShowWindow(g.layers, SW_SHOWNA);
   }
   if (g.canvas) PlaceCanvas(g.canvas, {0, 0, width - panel, height});
 }
@@ -888,6 +904,7 @@ int RunTavora(HINSTANCE instance, int showFlag) {
   RegisterMainClass();
   RegisterCanvasClasses(instance);
   RegisterHistoryPanelClass(instance);
+  RegisterLayersPanelClass(instance);
   const WindowPlacement placement = LoadWindowPlacement(AppSettings(), g.scale);
   g.menuBar = CreateMenu();
   BuildMenu(g.menuBar, MenuBar());
@@ -907,8 +924,10 @@ int RunTavora(HINSTANCE instance, int showFlag) {
   g.canvas = CreateCanvas(g.main, instance);
   SetCanvasSettings(g.canvas, {g.view.smooth, g.view.grid, g.dark});
   g.history = CreateHistoryPanel(g.main, instance);
+  g.layers = CreateLayersPanel(g.main, instance);
   g.historyShown = AppSettings().GetInt(u"History", u"Panel", 1) != 0;
   SetHistoryPanelTheme(g.history, g.dark);
+  SetLayersPanelTheme(g.layers, g.dark);
   LayoutChildren();
   g.accelerators = BuildAccelerators();
 
