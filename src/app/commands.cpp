@@ -147,6 +147,7 @@ constexpr int32_t kLanded[] = {
     kCmdThreshold, kCmdBlur, kCmdGaussianBlur, kCmdLensBlur, kCmdMotionBlur, kCmdSharpen,
     kCmdAddNoise, kCmdPixelate,
     kCmdNewLayer, kCmdDuplicateLayer, kCmdDeleteLayer, kCmdMergeDown, kCmdLayerUp, kCmdLayerDown,
+    kCmdLayerProperties,
 };
 
 // What each command needs beyond having landed.

@@ -17,6 +17,7 @@
 #include "app/shell.h"
 #include "app/view_settings.h"
 #include "app/window_placement.h"
+#include "document/blend.h"
 #include "document/composite.h"
 #include "document/history.h"
 #include "document/layer_commands.h"
@@ -520,6 +521,44 @@ void ShowMoreTabs() {
   }
 }
 
+std::wstring PropertiesProblem(const std::vector<DialogField>& fields) {
+  if (fields[0].value.empty()) return L"Enter a name for the layer.";
+  const int opacity = _wtoi(fields[1].value.c_str());
+  if (opacity < 0 || opacity > 255 || fields[1].value.find_first_not_of(L"0123456789") != std::wstring::npos)
+    return L"Please enter a value between 0 and 255.";
+  return {};
+}
+
+// Name, opacity, blend mode and visibility of the active layer, as one step.
+void LayerProperties(Document& doc) {
+  Layer* layer = ActiveLayer(&doc);
+  if (!layer) return;
+  std::vector<std::wstring> modes;
+  for (int32_t m = 0; m < kBlendModeCount; ++m) modes.push_back(Wide(BlendModeName(m)));
+  std::vector<DialogField> fields{{L"Name:", Wide(layer->Name()), {}},
+                                  {L"Opacity (0-255):", std::to_wstring(layer->opacity), {}},
+                                  {L"Blend mode:", Wide(BlendModeName(layer->blendMode)), modes},
+                                  {L"Visible:", layer->visible ? L"Yes" : L"No", {L"Yes", L"No"}}};
+  if (!RunFieldDialog(g.main, L"Layer Properties", fields, &PropertiesProblem)) return;
+  int32_t mode = 0;
+  for (int32_t m = 0; m < kBlendModeCount; ++m)
+    if (modes[m] == fields[2].value) mode = m;
+  const std::u16string name(fields[0].value.begin(), fields[0].value.end());
+  const int32_t opacity = _wtoi(fields[1].value.c_str());
+  const bool visible = fields[3].value == L"Yes";
+  if (name == layer->Name() && opacity == layer->opacity && mode == layer->blendMode &&
+      visible == layer->visible)
+    return;
+  PushLayer(doc, doc.active, u"Layer Properties");
+  layer = ActiveLayer(&doc);
+  layer->SetName(name);
+  layer->opacity = opacity;
+  layer->blendMode = mode;
+  layer->visible = visible;
+  Invalidate(doc, doc.active, doc.Bounds());
+  NotifyLayersChanged(doc);
+}
+
 // The commands that open an effect dialog, by the dialog's title.
 void RunEffectCommand(Document& doc, int32_t id) {
   static constexpr std::pair<int32_t, std::u16string_view> kDialogs[] = {
@@ -671,6 +710,9 @@ void RunCommand(int32_t id) {
       break;
     case kCmdMergeDown:
       if (doc) MergeDownCommand(*doc);
+      break;
+    case kCmdLayerProperties:
+      if (doc) LayerProperties(*doc);
       break;
     case kCmdLayerUp:
     case kCmdLayerDown:

@@ -108,7 +108,7 @@ TEST(CommandAvailability, CommandsStillToComeAreGreyedNotSilent) {
   everything.activeLayer = 2;
   everything.upscaylConfigured = everything.photoshopConfigured = everything.documentSaved = true;
   // Nothing has a handler yet for these: they must not look usable.
-  for (int32_t id : {kCmdPrint, kCmdBatch, kCmdHdrToneMap, kCmdLayerProperties, kCmdSelectAll, kCmdPhotoshop})
+  for (int32_t id : {kCmdPrint, kCmdBatch, kCmdHdrToneMap, kCmdResizeLayer, kCmdSelectAll, kCmdPhotoshop})
     EXPECT_FALSE(CommandAvailable(id, everything)) << id;
 }
 
