@@ -1,0 +1,86 @@
+#!/usr/bin/env bash
+# End-to-end: in the Layers panel, a new layer is renamed by a double click
+# and dragged below the Background; the saved .tvl holds the layers in that
+# order under their names, and its picture is still the one opened.
+# Usage: layers_panel.sh TAVORA_EXE TAVORA_CLI_EXE WINE_RUN OUTPUT_DIR
+set -euo pipefail
+exe="$1"; cli="$2"; wine_run="$3"; out="$4"
+work="$(mktemp -d)"
+export WINEPREFIX="${WINEPREFIX:-$HOME/.cache/tavora/wine}"
+app=""
+trap '[ -n "$app" ] && kill $app 2>/dev/null; "$wine_run" --shutdown; kill $xvfb 2>/dev/null || true; rm -rf "$work"' EXIT
+mkdir -p "$out"
+cp "$exe" "$work/tavora.exe"
+winpath() { echo "Z:$1" | sed 's|/|\\|g'; }
+convert -size 320x200 gradient:'#208040-#f0e0a0' "PNG24:$work/pic.png"
+
+display=":$((200 + RANDOM % 500))"
+Xvfb "$display" -screen 0 1600x1000x24 -nolisten tcp >/dev/null 2>&1 &
+xvfb=$!
+export DISPLAY="$display"
+"$wine_run" --shutdown
+sleep 1
+fail() { echo "FAILED: $*"; import -window root "$out/layers-failure.png" 2>/dev/null || true; exit 1; }
+window() {
+  for _ in $(seq 1 40); do
+    w=$(xdotool search --onlyvisible --name "$1" 2>/dev/null | head -1 || true)
+    [ -n "$w" ] && { echo "$w"; return 0; }
+    sleep 0.5
+  done
+  return 1
+}
+# The last band of the selected-row colour down a column of the screen:
+# the active layer's row (the History panel's current row lies above it).
+active_row_top() {
+  import -window root "$work/shot.png"
+  convert "$work/shot.png" -crop "1x1000+$1+0" -depth 8 txt:- |
+    awk -F'[,:]' '/#2F5D9E/ { y = $2 + 0; if (y != last + 1) start = y; last = y } END { print start }'
+}
+
+"$wine_run" "$work/tavora.exe" "$(winpath "$work/pic.png")" >/dev/null 2>&1 &
+app=$!
+main=$(window '^pic.png - Tavora$') || fail "the picture did not open"
+for _ in $(seq 1 20); do xdotool search --onlyvisible --name '^Tavora$' >/dev/null 2>&1 || break; sleep 0.5; done
+eval "$(xdotool getwindowgeometry --shell "$main")"
+column=$((X + WIDTH - 150))  # the names of the Layers panel's rows
+gap=$((X + WIDTH - 196))     # between the eye and the thumbnail: only the row's colour
+
+xdotool windowfocus --sync "$main"
+xdotool key ctrl+shift+n
+sleep 1.5
+top=$(active_row_top "$gap")
+[ -n "$top" ] || fail "no active row in the Layers panel"
+
+xdotool mousemove "$column" $((top + 20)) click --repeat 2 --delay 80 1
+dlg=$(window '^Rename Layer$') || fail "a double click did not offer to rename"
+xdotool windowfocus --sync "$dlg"
+xdotool key ctrl+a
+xdotool type --delay 30 Top
+xdotool key Return
+sleep 1.5
+
+# Drag the row one place down: below the Background.
+xdotool mousemove "$column" $((top + 20)) mousedown 1
+sleep 0.2
+for dy in 30 45 60; do xdotool mousemove "$column" $((top + dy)); sleep 0.1; done
+xdotool mouseup 1
+sleep 1.5
+import -window root "$out/layers-panel.png"
+
+xdotool windowfocus --sync "$main"
+xdotool key ctrl+shift+s
+dlg=$(window '^Save As$') || fail "no Save As dialog"
+xdotool windowfocus --sync "$dlg"
+xdotool key ctrl+a
+xdotool type --delay 15 "$(winpath "$work/out.tvl")"
+xdotool key Return
+for _ in $(seq 1 20); do [ -f "$work/out.tvl" ] && break; sleep 0.5; done
+[ -f "$work/out.tvl" ] || fail "out.tvl was not written"
+
+names=$("$wine_run" "$cli" info --json "$(winpath "$work/out.tvl")" |
+        python3 -c 'import json,sys; print(",".join(l["name"] for l in json.load(sys.stdin)["layers"]))')
+[ "$names" = "Top,Background" ] || fail "layers saved as $names"
+"$wine_run" "$cli" convert --flatten "$(winpath "$work/out.tvl")" "$(winpath "$work/back.png")" >/dev/null
+diff=$(compare -metric AE "PNG32:$work/pic.png" "PNG32:$work/back.png" null: 2>&1 || true)
+[ "$diff" = "0" ] || fail "the saved picture differs ($diff)"
+echo "layers panel: 1 passed, 0 failed"
