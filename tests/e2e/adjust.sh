@@ -5,30 +5,9 @@
 # Usage: adjust.sh TAVORA_EXE WINE_RUN OUTPUT_DIR
 set -euo pipefail
 exe="$1"; wine_run="$2"; out="$3"
-work="$(mktemp -d)"
-export WINEPREFIX="${WINEPREFIX:-$HOME/.cache/tavora/wine}"
-app=""
-trap '[ -n "$app" ] && kill $app 2>/dev/null; "$wine_run" --shutdown; kill $xvfb 2>/dev/null || true; rm -rf "$work"' EXIT
-mkdir -p "$out"
-cp "$exe" "$work/tavora.exe"
-winpath() { echo "Z:$1" | sed 's|/|\\|g'; }
+. "$(dirname "$0")/common.sh" adjust
 convert -size 320x200 gradient:'#3060c0-#f0a040' "PNG24:$work/pic.png"
 
-display=":$((200 + RANDOM % 500))"
-Xvfb "$display" -screen 0 1600x1000x24 -nolisten tcp >/dev/null 2>&1 &
-xvfb=$!
-export DISPLAY="$display"
-"$wine_run" --shutdown
-sleep 1
-fail() { echo "FAILED: $*"; import -window root "$out/adjust-failure.png" 2>/dev/null || true; exit 1; }
-window() {
-  for _ in $(seq 1 40); do
-    w=$(xdotool search --onlyvisible --name "$1" 2>/dev/null | head -1 || true)
-    [ -n "$w" ] && { echo "$w"; return 0; }
-    sleep 0.5
-  done
-  return 1
-}
 # The screen colour at the middle of the picture (it is centred in the canvas,
 # left of the History panel).
 sample() {
@@ -41,7 +20,7 @@ sample() {
 app=$!
 main=$(window '^pic.png - Tavora$') || fail "the picture did not open"
 # The splash (also titled "Tavora") must be gone before the canvas is read.
-for _ in $(seq 1 20); do xdotool search --onlyvisible --name '^Tavora$' >/dev/null 2>&1 || break; sleep 0.5; done
+splash_gone
 sleep 1
 before=$(sample)
 

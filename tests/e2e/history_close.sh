@@ -6,14 +6,7 @@
 # Usage: history_close.sh TAVORA_EXE TAVORA_CLI_EXE WINE_RUN OUTPUT_DIR
 set -euo pipefail
 exe="$1"; cli="$2"; wine_run="$3"; out="$4"
-work="$(mktemp -d)"
-export WINEPREFIX="${WINEPREFIX:-$HOME/.cache/tavora/wine}"
-app=""
-trap '[ -n "$app" ] && kill $app 2>/dev/null; "$wine_run" --shutdown; kill $xvfb 2>/dev/null || true; rm -rf "$work"' EXIT
-mkdir -p "$out"
-cp "$exe" "$work/tavora.exe"
-winpath() { echo "Z:$1" | sed 's|/|\\|g'; }
-
+. "$(dirname "$0")/common.sh" history
 # Two layers in the oldest layout the program reads: a blue background and a
 # half-transparent red layer above it.
 python3 - "$work/two.tvl" <<'PY'
@@ -29,21 +22,6 @@ for layer, pixel in (("Background", 0xFF2040A0), ("Red", 0x80FF0000)):
 open(sys.argv[1], "wb").write(out)
 PY
 
-display=":$((200 + RANDOM % 500))"
-Xvfb "$display" -screen 0 1600x1000x24 -nolisten tcp >/dev/null 2>&1 &
-xvfb=$!
-export DISPLAY="$display"
-"$wine_run" --shutdown
-sleep 1
-fail() { echo "FAILED: $*"; import -window root "$out/history-failure.png" 2>/dev/null || true; exit 1; }
-window() {
-  for _ in $(seq 1 40); do
-    w=$(xdotool search --onlyvisible --name "$1" 2>/dev/null | head -1 || true)
-    [ -n "$w" ] && { echo "$w"; return 0; }
-    sleep 0.5
-  done
-  return 1
-}
 layers() {
   "$wine_run" "$cli" info --json "$(winpath "$work/two.tvl")" | python3 -c 'import json,sys; print(len(json.load(sys.stdin)["layers"]))'
 }

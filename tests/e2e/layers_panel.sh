@@ -5,30 +5,9 @@
 # Usage: layers_panel.sh TAVORA_EXE TAVORA_CLI_EXE WINE_RUN OUTPUT_DIR
 set -euo pipefail
 exe="$1"; cli="$2"; wine_run="$3"; out="$4"
-work="$(mktemp -d)"
-export WINEPREFIX="${WINEPREFIX:-$HOME/.cache/tavora/wine}"
-app=""
-trap '[ -n "$app" ] && kill $app 2>/dev/null; "$wine_run" --shutdown; kill $xvfb 2>/dev/null || true; rm -rf "$work"' EXIT
-mkdir -p "$out"
-cp "$exe" "$work/tavora.exe"
-winpath() { echo "Z:$1" | sed 's|/|\\|g'; }
+. "$(dirname "$0")/common.sh" layers
 convert -size 320x200 gradient:'#208040-#f0e0a0' "PNG24:$work/pic.png"
 
-display=":$((200 + RANDOM % 500))"
-Xvfb "$display" -screen 0 1600x1000x24 -nolisten tcp >/dev/null 2>&1 &
-xvfb=$!
-export DISPLAY="$display"
-"$wine_run" --shutdown
-sleep 1
-fail() { echo "FAILED: $*"; import -window root "$out/layers-failure.png" 2>/dev/null || true; exit 1; }
-window() {
-  for _ in $(seq 1 40); do
-    w=$(xdotool search --onlyvisible --name "$1" 2>/dev/null | head -1 || true)
-    [ -n "$w" ] && { echo "$w"; return 0; }
-    sleep 0.5
-  done
-  return 1
-}
 # The last band of the selected-row colour down a column of the screen:
 # the active layer's row (the History panel's current row lies above it).
 active_row_top() {
@@ -40,7 +19,7 @@ active_row_top() {
 "$wine_run" "$work/tavora.exe" "$(winpath "$work/pic.png")" >/dev/null 2>&1 &
 app=$!
 main=$(window '^pic.png - Tavora$') || fail "the picture did not open"
-for _ in $(seq 1 20); do xdotool search --onlyvisible --name '^Tavora$' >/dev/null 2>&1 || break; sleep 0.5; done
+splash_gone
 eval "$(xdotool getwindowgeometry --shell "$main")"
 column=$((X + WIDTH - 150))  # the names of the Layers panel's rows
 gap=$((X + WIDTH - 196))     # between the eye and the thumbnail: only the row's colour

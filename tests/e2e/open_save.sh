@@ -6,34 +6,10 @@
 # Usage: open_save.sh TAVORA_EXE TAVORA_CLI_EXE WINE_RUN OUTPUT_DIR
 set -euo pipefail
 exe="$1"; cli="$2"; wine_run="$3"; out="$4"
-work="$(mktemp -d)"
-export WINEPREFIX="${WINEPREFIX:-$HOME/.cache/tavora/wine}"
-trap '"$wine_run" --shutdown; kill $xvfb 2>/dev/null || true; rm -rf "$work"' EXIT
-mkdir -p "$out"
-cp "$exe" "$work/tavora.exe"
-winpath() { echo "Z:$1" | sed 's|/|\\|g'; }
-
+. "$(dirname "$0")/common.sh" open-save
 # A picture with transparency and a gradient.
 convert -size 320x200 gradient:'#204080-#f0c040' \( -size 320x200 xc:none -fill '#ff000080' \
   -draw 'circle 160,100 160,40' \) -composite "PNG32:$work/in.png"
-
-display=":$((200 + RANDOM % 500))"
-Xvfb "$display" -screen 0 1600x1000x24 -nolisten tcp >/dev/null 2>&1 &
-xvfb=$!
-export DISPLAY="$display"
-# Wine's desktop process belongs to the display it started on: a server left
-# from another display must go first.
-"$wine_run" --shutdown
-sleep 1
-fail() { echo "FAILED: $*"; import -window root "$out/open-save-failure.png" 2>/dev/null || true; exit 1; }
-window() {  # waits for a visible window whose title matches
-  for _ in $(seq 1 40); do
-    w=$(xdotool search --onlyvisible --name "$1" 2>/dev/null | head -1 || true)
-    [ -n "$w" ] && { echo "$w"; return 0; }
-    sleep 0.5
-  done
-  return 1
-}
 
 "$wine_run" "$work/tavora.exe" "$(winpath "$work/in.png")" >/dev/null 2>&1 &
 app=$!

@@ -6,22 +6,7 @@
 # Usage: shell_smoke.sh TAVORA_EXE WINE_RUN OUTPUT_DIR
 set -euo pipefail
 exe="$1"; wine_run="$2"; out="$3"
-work="$(mktemp -d)"
-trap '"$wine_run" --shutdown; kill $xvfb 2>/dev/null || true; rm -rf "$work"' EXIT
-mkdir -p "$out"
-cp "$exe" "$work/tavora.exe"
-
-display=":$((200 + RANDOM % 500))"
-Xvfb "$display" -screen 0 1600x1000x24 -nolisten tcp >/dev/null 2>&1 &
-xvfb=$!
-export DISPLAY="$display"
-# Wine's desktop process belongs to the display it started on: a server left
-# from another display must go first.
-"$wine_run" --shutdown
-sleep 1
-
-fail() { echo "FAILED: $*"; import -window root "$out/shell-failure.png" 2>/dev/null || true; exit 1; }
-
+. "$(dirname "$0")/common.sh" shell
 "$wine_run" "$work/tavora.exe" >/dev/null 2>&1 &
 app=$!
 win=""
