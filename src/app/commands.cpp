@@ -148,6 +148,8 @@ constexpr int32_t kLanded[] = {
     kCmdAddNoise, kCmdPixelate,
     kCmdNewLayer, kCmdDuplicateLayer, kCmdDeleteLayer, kCmdMergeDown, kCmdLayerUp, kCmdLayerDown,
     kCmdLayerProperties,
+    kCmdSelectAll, kCmdSelectNone, kCmdSelectInvert, kCmdFeather, kCmdGrow, kCmdShrink,
+    kCmdFromLayerAlpha,
 };
 
 // What each command needs beyond having landed.

@@ -14,11 +14,15 @@ struct KeyPress {
   bool moveToolActive = false;
   bool documentActive = false;
   bool topLevelIsMain = false;     // the message's top-level window is the main window
+  bool ctrlOrAlt = false;          // Ctrl or Alt is held
 };
 
 struct KeyRoute {
   bool offerToTool = false;       // offer to the tool key handler first; consumed if taken
   bool useAccelerators = false;   // then translate through the accelerator table
+  // Plain keys (letters for tools, Backspace and Esc for a polygon) go to
+  // the tool key handler before the accelerators; consumed if taken.
+  bool offerToolKey = false;
 };
 
 KeyRoute RouteKey(const KeyPress& key);

@@ -33,7 +33,12 @@
 #include "platform/system_paths.h"
 #include "panels/history_panel.h"
 #include "panels/layers_panel.h"
+#include "panels/options_bar.h"
+#include "panels/toolbox.h"
 #include "tools/canvas.h"
+#include "tools/selection.h"
+#include "tools/tool_input.h"
+#include "tools/tool_table.h"
 
 namespace tavora {
 namespace {
@@ -64,6 +69,11 @@ struct Shell {
   HWND layers = nullptr;
   bool historyShown = true;
   RecentFiles recent;
+  HWND toolbox = nullptr;
+  HWND optionsBar = nullptr;
+  ToolSettings tools;
+  ToolInput input{tools};
+  Document* shown = nullptr;  // the document the canvas and tools work on
 };
 
 // Items of File > Open Recent.
@@ -209,6 +219,8 @@ void ApplyTheme() {
   if (g.canvas) SetCanvasSettings(g.canvas, {g.view.smooth, g.view.grid, g.dark});
   if (g.history) SetHistoryPanelTheme(g.history, g.dark);
   if (g.layers) SetLayersPanelTheme(g.layers, g.dark);
+  if (g.toolbox) SetToolboxTheme(g.toolbox, g.dark);
+  if (g.optionsBar) SetOptionsBarTheme(g.optionsBar, g.dark);
 }
 
 // ---------------------------------------------------------------- documents
@@ -223,6 +235,9 @@ void UpdateTitle() {
 }
 
 void ShowActive() {
+  // Work under way with a tool belongs to the document it began on.
+  if (g.shown && g.shown != ActiveDocument()) g.input.Finish(*g.shown);
+  g.shown = ActiveDocument();
   SetCanvasDocument(g.canvas, ActiveDocument());
   LayoutChildren();
   SetHistoryPanelDocument(g.history, ActiveDocument());
@@ -397,6 +412,8 @@ bool ConfirmCloseDocument(Document& doc) {
 void CloseTab(int32_t index) {
   if (index < 0 || index >= static_cast<int32_t>(g.documents.size())) return;
   if (!ConfirmCloseDocument(*g.documents[index])) return;
+  g.input.Forget(*g.documents[index]);
+  if (g.shown == g.documents[index].get()) g.shown = nullptr;
   SetCanvasDocument(g.canvas, nullptr);
   SetHistoryPanelDocument(g.history, nullptr);
   SetLayersPanelDocument(g.layers, nullptr);
@@ -428,6 +445,86 @@ void NewImage() {
   AddTab(CreateDocument(size.width, size.height, _wtoi(fields[2].value.c_str()), fill, 0));
 }
 
+// ---------------------------------------------------------------- tools
+
+// After the tool, its options or the colours changed: every window that
+// shows them follows, and the change is remembered.
+void ToolChanged() {
+  if (g.optionsBar) RebuildOptionsBar(g.optionsBar);
+  if (g.toolbox) RefreshToolbox(g.toolbox);
+  if (g.canvas) RefreshCanvasTool(g.canvas);
+}
+
+void SelectTool(int32_t id) {
+  if (id == g.tools.CurrentTool()) return;
+  if (Document* doc = ActiveDocument()) g.input.Finish(*doc);
+  g.tools.SetTool(id);
+  g.tools.Save(AppSettings());
+  ToolChanged();
+}
+
+void OptionChanged() {
+  if (g.canvas) RefreshCanvasTool(g.canvas);
+}
+
+void ColorsChanged() {
+  if (g.toolbox) RefreshToolbox(g.toolbox);
+  g.tools.Save(AppSettings());
+}
+
+// Letters pick tools; X swaps the colours and D resets them; Backspace and
+// Esc go to a polygon under way. Whether the key was used.
+bool ToolKeyDown(WPARAM key) {
+  const bool shift = (GetKeyState(VK_SHIFT) & 0x8000) != 0;
+  if (key == VK_BACK || key == VK_ESCAPE) {
+    Document* doc = ActiveDocument();
+    return doc && g.input.Key(*doc, key == VK_BACK ? ToolKey::Backspace : ToolKey::Escape);
+  }
+  if (key < 'A' || key > 'Z') return false;
+  if (!shift && key == 'X') {
+    std::swap(g.tools.colors.left, g.tools.colors.right);
+    ColorsChanged();
+    return true;
+  }
+  if (!shift && key == 'D') {
+    g.tools.colors = ColorBoxes{};
+    ColorsChanged();
+    return true;
+  }
+  const int32_t tool = ToolForKey(static_cast<char16_t>(key), shift, g.tools.CurrentTool());
+  if (tool < 0) return false;
+  SelectTool(tool);
+  return true;
+}
+
+// The Select menu's values are asked for with the single-value prompt.
+void SelectionCommand(Document& doc, int32_t id) {
+  switch (id) {
+    case kCmdSelectAll: SelectAll(doc); break;
+    case kCmdSelectNone: SelectNone(doc); break;
+    case kCmdSelectInvert: InvertSelection(doc); break;
+    case kCmdFromLayerAlpha: SelectionFromLayerAlpha(doc); break;
+    case kCmdFeather: {
+      double radius = 5;
+      if (PromptValue(g.main, u"Feather Selection", u"Feather radius (px):", radius, 0.5, 100, 1, true))
+        FeatherSelectionCommand(doc, radius);
+      break;
+    }
+    case kCmdGrow:
+    case kCmdShrink: {
+      const bool grow = id == kCmdGrow;
+      double pixels = 5;
+      if (PromptValue(g.main, grow ? u"Grow Selection" : u"Shrink Selection",
+                      grow ? u"Grow selection by (px):" : u"Shrink selection by (px):", pixels, 1,
+                      500, 0, true)) {
+        const int32_t n = static_cast<int32_t>(pixels + 0.5);
+        grow ? GrowSelection(doc, n) : ShrinkSelection(doc, n);
+      }
+      break;
+    }
+  }
+}
+
 // ---------------------------------------------------------------- settings
 
 struct SettingsValue {
@@ -450,6 +547,7 @@ constexpr SettingsValue kSettingsValues[] = {
 
 void ApplyFirstLaunchView() {
   g.view = ReadViewSettings(AppSettings());
+  g.tools.Load(AppSettings());
   g.historyShown = true;
   ApplyTheme();
   SetCanvasSettings(g.canvas, {g.view.smooth, g.view.grid, g.dark});
@@ -469,6 +567,8 @@ bool ResetAllSettings(HWND dialog) {
                   MB_YESNO | MB_ICONWARNING | MB_DEFBUTTON2) != IDYES)
     return false;
   AppSettings().ResetAll();
+  g.tools.Reset();
+  ToolChanged();
   ApplyFirstLaunchView();
   MessageBoxW(dialog, L"All settings are back to their first-launch values.",
               L"Reset all settings", MB_OK | MB_ICONINFORMATION);
@@ -604,6 +704,10 @@ void RunCommand(int32_t id) {
   }
   if (!CommandAvailable(id, CurrentState())) return;  // greyed: an accelerator must not bypass it
   Document* doc = ActiveDocument();
+  // A command acts on finished work: a stroke or a selection drag under way
+  // ends first. Looking around (zoom, panels, theme) leaves it alone.
+  const bool viewOnly = (id >= kCmdZoomIn && id <= kCmdHistory) || id == kCmdSettings;
+  if (doc && !viewOnly) g.input.Finish(*doc);
   switch (id) {
     case kCmdExit:
       SendMessageW(g.main, WM_CLOSE, 0, 0);
@@ -718,6 +822,15 @@ void RunCommand(int32_t id) {
     case kCmdLayerDown:
       if (doc) MoveLayerCommand(*doc, id == kCmdLayerUp ? 1 : -1);
       break;
+    case kCmdSelectAll:
+    case kCmdSelectNone:
+    case kCmdSelectInvert:
+    case kCmdFeather:
+    case kCmdGrow:
+    case kCmdShrink:
+    case kCmdFromLayerAlpha:
+      if (doc) SelectionCommand(*doc, id);
+      break;
     default:
       break;
   }
@@ -751,18 +864,24 @@ void LayoutChildren() {
   RECT r;
   GetClientRect(g.main, &r);
   const int width = r.right - r.left, height = r.bottom - r.top;
-  // The panels share a column at the right: History above, Layers below.
+  // The options bar runs along the top; below it the toolbox at the left,
+  // the canvas, and a column at the right with History above Layers.
+  const int top = g.optionsBar ? std::min(OptionsBarHeight(g.dpi), height) : 0;
+  if (g.optionsBar) MoveWindow(g.optionsBar, 0, 0, width, top, TRUE);
+  const int tools = g.toolbox ? std::min(ToolboxWidth(g.dpi), width / 3) : 0;
+  if (g.toolbox) MoveWindow(g.toolbox, 0, top, tools, height - top, TRUE);
   const int panel = std::min(HistoryPanelWidth(g.dpi), width / 2);
-  const int historyHeight = g.historyShown ? height * 2 / 5 : 0;
+  const int below = height - top;
+  const int historyHeight = g.historyShown ? below * 2 / 5 : 0;
   if (g.history) {
-    MoveWindow(g.history, width - panel, 0, panel, historyHeight, TRUE);
+    MoveWindow(g.history, width - panel, top, panel, historyHeight, TRUE);
     ShowWindow(g.history, g.historyShown ? SW_SHOWNA : SW_HIDE);
   }
   if (g.layers) {
-    MoveWindow(g.layers, width - panel, historyHeight, panel, height - historyHeight, TRUE);
+    MoveWindow(g.layers, width - panel, top + historyHeight, panel, below - historyHeight, TRUE);
     ShowWindow(g.layers, SW_SHOWNA);
   }
-  if (g.canvas) PlaceCanvas(g.canvas, {0, 0, width - panel, height});
+  if (g.canvas) PlaceCanvas(g.canvas, {tools, top, std::max(tools, width - panel), height});
 }
 
 void PaintClient(HWND hwnd) {
@@ -915,7 +1034,9 @@ int MessageLoop() {
       key.moveToolActive = false;  // the tools arrive with their own step
       key.documentActive = ActiveDocument() != nullptr;
       key.topLevelIsMain = GetAncestor(msg.hwnd, GA_ROOT) == g.main;
+      key.ctrlOrAlt = (GetKeyState(VK_CONTROL) & 0x8000) || (GetKeyState(VK_MENU) & 0x8000);
       const KeyRoute route = RouteKey(key);
+      if (route.offerToolKey && ToolKeyDown(msg.wParam)) continue;
       if (route.useAccelerators && TranslateAcceleratorW(g.main, g.accelerators, &msg)) continue;
     }
     TranslateMessage(&msg);
@@ -935,6 +1056,7 @@ int RunTavora(HINSTANCE instance, int showFlag) {
   AppSettings().Open(ProgramFolder());
   const HRESULT com = CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
   g.view = ReadViewSettings(AppSettings());
+  g.tools.Load(AppSettings());
   g.recent.Load(AppSettings());
   const bool codecs = StartGdiplusCodecs();
   if (codecs) SetSystemCodec(&GdiplusCodecs());
@@ -947,6 +1069,8 @@ int RunTavora(HINSTANCE instance, int showFlag) {
   RegisterCanvasClasses(instance);
   RegisterHistoryPanelClass(instance);
   RegisterLayersPanelClass(instance);
+  RegisterToolboxClass(instance);
+  RegisterOptionsBarClass(instance);
   const WindowPlacement placement = LoadWindowPlacement(AppSettings(), g.scale);
   g.menuBar = CreateMenu();
   BuildMenu(g.menuBar, MenuBar());
@@ -967,6 +1091,11 @@ int RunTavora(HINSTANCE instance, int showFlag) {
   SetCanvasSettings(g.canvas, {g.view.smooth, g.view.grid, g.dark});
   g.history = CreateHistoryPanel(g.main, instance);
   g.layers = CreateLayersPanel(g.main, instance);
+  g.toolbox = CreateToolbox(g.main, instance, &g.tools, {&SelectTool, &ColorsChanged});
+  g.optionsBar = CreateOptionsBar(g.main, instance, &g.tools, &OptionChanged);
+  SetCanvasTools(g.canvas, &g.tools, &g.input, &ColorsChanged);
+  SetToolboxTheme(g.toolbox, g.dark);
+  SetOptionsBarTheme(g.optionsBar, g.dark);
   g.historyShown = AppSettings().GetInt(u"History", u"Panel", 1) != 0;
   SetHistoryPanelTheme(g.history, g.dark);
   SetLayersPanelTheme(g.layers, g.dark);
@@ -1008,6 +1137,9 @@ int RunTavora(HINSTANCE instance, int showFlag) {
   const int exitCode = MessageLoop();
 
   AppSettings().SetString(u"Paths", u"LastDir", g.view.lastDir);
+  g.tools.Save(AppSettings());
+  for (auto& doc : g.documents) g.input.Forget(*doc);
+  g.shown = nullptr;
   g.documents.clear();
   SetDocumentObserver(nullptr);
   SetSystemCodec(nullptr);

@@ -36,6 +36,16 @@ void InvalidateCanvas(HWND canvas);
 struct CanvasLayout;
 using CanvasOverlay = void (*)(HDC dc, const CanvasLayout& layout, void* context);
 void SetCanvasOverlay(HWND canvas, CanvasOverlay overlay, void* context);
+// The mouse goes to the current tool: the canvas pans for the Pan tool and
+// zooms for the Zoom tool itself, and hands every other press, move and
+// release to `input` in image coordinates (pixel centres). `colorsChanged`
+// runs when a tool changed the colour boxes. Both must outlive the canvas.
+class ToolInput;
+class ToolSettings;
+void SetCanvasTools(HWND canvas, ToolSettings* settings, ToolInput* input,
+                    void (*colorsChanged)());
+// The tool or its brush size changed: redraw the cursor and overlays.
+void RefreshCanvasTool(HWND canvas);
 // Draws the brush cursor rings at a client position.
 void DrawBrushCursor(HDC dc, int32_t cx, int32_t cy, double brushSize, double scale);
 

@@ -13,6 +13,8 @@
 #include "platform/dpi_win32.h"
 #include "tools/canvas.h"
 #include "tools/canvas_view.h"
+#include "tools/tool_input.h"
+#include "tools/tool_table.h"
 
 namespace tavora {
 namespace {
@@ -33,6 +35,12 @@ struct CanvasState {
   void* overlayContext = nullptr;
   POINT panStart{};
   int32_t scrollStartX = 0, scrollStartY = 0;
+  ToolSettings* tools = nullptr;
+  ToolInput* input = nullptr;
+  void (*colorsChanged)() = nullptr;
+  int toolButton = 0;     // the button of the tool drag under way, 0 for none
+  POINT cursor{};         // last client position of the pointer
+  bool inside = false;    // the pointer is over the canvas
 };
 
 // One state per canvas window, owned here for the window's lifetime.
@@ -122,6 +130,55 @@ void DrawPixelGrid(HDC dc, HWND hwnd, const CanvasState& s) {
   DeleteObject(pen);
 }
 
+POINT ToClient(const CanvasLayout& layout, double x, double y) {
+  return {static_cast<LONG>(std::lround(layout.originX + x * layout.scale)),
+          static_cast<LONG>(std::lround(layout.originY + y * layout.scale))};
+}
+
+// The selection tools' rubber band and point list: a solid black line with
+// a white dotted one over it, so it shows on any picture.
+void DrawSelectionOverlay(HDC dc, const CanvasLayout& layout, const SelectionOverlay& o) {
+  if (o.shape == SelectionOverlay::Shape::None) return;
+  std::vector<POINT> path;
+  for (const ShapePoint& p : o.points) path.push_back(ToClient(layout, p.x, p.y));
+  if (o.shape == SelectionOverlay::Shape::Path && o.toPointer)
+    path.push_back(ToClient(layout, o.pointer.x, o.pointer.y));
+  const POINT a = ToClient(layout, o.x0, o.y0), b = ToClient(layout, o.x1, o.y1);
+  HPEN black = CreatePen(PS_SOLID, 1, RGB(0, 0, 0));
+  HPEN white = CreatePen(PS_DOT, 1, RGB(255, 255, 255));
+  HGDIOBJ oldPen = SelectObject(dc, black);
+  HGDIOBJ oldBrush = SelectObject(dc, GetStockObject(NULL_BRUSH));
+  SetBkMode(dc, TRANSPARENT);
+  for (HPEN pen : {black, white}) {
+    SelectObject(dc, pen);
+    switch (o.shape) {
+      case SelectionOverlay::Shape::Rectangle: Rectangle(dc, a.x, a.y, b.x + 1, b.y + 1); break;
+      case SelectionOverlay::Shape::Ellipse: Ellipse(dc, a.x, a.y, b.x + 1, b.y + 1); break;
+      case SelectionOverlay::Shape::Path:
+        if (path.size() >= 2) Polyline(dc, path.data(), static_cast<int>(path.size()));
+        break;
+      case SelectionOverlay::Shape::None: break;
+    }
+  }
+  SelectObject(dc, oldBrush);
+  SelectObject(dc, oldPen);
+  DeleteObject(black);
+  DeleteObject(white);
+}
+
+bool ShowsBrushCursor(const CanvasState& s) {
+  return s.tools && s.inside && !s.panning && IsBrushCursorTool(s.tools->CurrentTool());
+}
+
+void DrawToolOverlays(HDC dc, const CanvasLayout& layout, const CanvasState& s) {
+  if (!s.input || s.panning) return;
+  const int saved = SaveDC(dc);
+  DrawSelectionOverlay(dc, layout, s.input->Overlay());
+  RestoreDC(dc, saved);
+  if (ShowsBrushCursor(s))
+    DrawBrushCursor(dc, s.cursor.x, s.cursor.y, s.tools->Current().size, layout.scale);
+}
+
 void Paint(HWND hwnd, CanvasState& s) {
   PAINTSTRUCT ps;
   HDC dc = BeginPaint(hwnd, &ps);
@@ -160,7 +217,9 @@ void Paint(HWND hwnd, CanvasState& s) {
   SelectObject(mem, old);
   DeleteDC(mem);
   if (s.settings.grid) DrawPixelGrid(dc, hwnd, s);
-  if (s.overlay && !s.panning) s.overlay(dc, ComputeLayout(*s.doc, Client(hwnd)), s.overlayContext);
+  const CanvasLayout layout = ComputeLayout(*s.doc, Client(hwnd));
+  if (s.overlay && !s.panning) s.overlay(dc, layout, s.overlayContext);
+  DrawToolOverlays(dc, layout, s);
   EndPaint(hwnd, &ps);
 }
 
@@ -298,6 +357,107 @@ void StartPan(HWND hwnd, CanvasState& s, LPARAM lp) {
   SetCapture(hwnd);
 }
 
+int Modifiers() {
+  return ((GetKeyState(VK_SHIFT) & 0x8000) ? kModShift : 0) |
+         ((GetKeyState(VK_CONTROL) & 0x8000) ? kModCtrl : 0) |
+         ((GetKeyState(VK_MENU) & 0x8000) ? kModAlt : 0);
+}
+
+// Image coordinates of the centre of a client pixel.
+ImagePoint ImageAt(HWND hwnd, const CanvasState& s, LPARAM lp) {
+  return ScreenToImage(ComputeLayout(*s.doc, Client(hwnd)), *s.doc, GET_X_LPARAM(lp) + 0.5,
+                       GET_Y_LPARAM(lp) + 0.5);
+}
+
+void RepaintCursor(HWND hwnd, const CanvasState& s) {
+  if (!s.doc || !s.tools || !IsBrushCursorTool(s.tools->CurrentTool())) return;
+  const double scale = ComputeLayout(*s.doc, Client(hwnd)).scale;
+  const Rect r = BrushCursorFor(s.cursor.x, s.cursor.y, s.tools->Current().size, scale).repaint;
+  RECT w{r.x0, r.y0, r.x1, r.y1};
+  InvalidateRect(hwnd, &w, FALSE);
+}
+
+// What the tool's overlay covered before and covers now is drawn again.
+void RepaintToolOverlay(HWND hwnd, CanvasState& s) {
+  if (!s.input || !s.doc) return;
+  const Rect damage = s.input->TakeOverlayDamage();
+  if (damage.Empty()) return;
+  const Rect device = ImageRectToDevice(ComputeLayout(*s.doc, Client(hwnd)), damage, true);
+  RECT w{device.x0, device.y0, device.x1, device.y1};
+  InvalidateRect(hwnd, &w, FALSE);
+}
+
+void AfterToolInput(HWND hwnd, CanvasState& s) {
+  RepaintToolOverlay(hwnd, s);
+  if (s.input && s.input->TakeColorsChanged() && s.colorsChanged) s.colorsChanged();
+}
+
+void ButtonDown(HWND hwnd, CanvasState& s, UINT msg, LPARAM lp) {
+  const bool left = msg == WM_LBUTTONDOWN || msg == WM_LBUTTONDBLCLK;
+  const bool doubleClick = msg == WM_LBUTTONDBLCLK || msg == WM_RBUTTONDBLCLK;
+  // Space held down turns the left button into a pan with any tool.
+  const int32_t tool = s.tools ? s.tools->CurrentTool() : -1;
+  if (left && ((GetKeyState(VK_SPACE) & 0x8000) || tool == kToolPan)) {
+    RepaintCursor(hwnd, s);
+    StartPan(hwnd, s, lp);
+    return;
+  }
+  if (s.panning || s.toolButton) return;
+  if (tool == kToolZoom) {
+    const bool in = left && !(Modifiers() & kModAlt);
+    const ClientArea c = Client(hwnd);
+    SetZoom(*s.doc, ZoomStepFrom(s.doc->zoom, in ? 1 : -1), GET_X_LPARAM(lp), GET_Y_LPARAM(lp), c);
+    MarkAll(hwnd, s);
+    return;
+  }
+  if (!s.input) return;
+  const ImagePoint p = ImageAt(hwnd, s, lp);
+  const int button = left ? 1 : 2;
+  if (doubleClick) s.input->DoubleClick(*s.doc, p.x, p.y, button, Modifiers());
+  else s.input->Press(*s.doc, p.x, p.y, button, Modifiers());
+  if (s.input->Dragging()) {
+    s.toolButton = button;
+    SetCapture(hwnd);
+  }
+  AfterToolInput(hwnd, s);
+}
+
+void EndToolDrag(HWND hwnd, CanvasState& s, LPARAM lp) {
+  s.toolButton = 0;
+  if (GetCapture() == hwnd) ReleaseCapture();
+  if (!s.input || !s.doc) return;
+  const ImagePoint p = ImageAt(hwnd, s, lp);
+  s.input->Release(*s.doc, p.x, p.y);
+  AfterToolInput(hwnd, s);
+}
+
+void MouseMove(HWND hwnd, CanvasState& s, LPARAM lp) {
+  if (!s.inside) {
+    s.inside = true;
+    TRACKMOUSEEVENT track{sizeof track, TME_LEAVE, hwnd, 0};
+    TrackMouseEvent(&track);
+  }
+  RepaintCursor(hwnd, s);
+  s.cursor = {GET_X_LPARAM(lp), GET_Y_LPARAM(lp)};
+  if (s.panning && s.doc) {
+    s.doc->scrollX = s.scrollStartX - (GET_X_LPARAM(lp) - s.panStart.x);
+    s.doc->scrollY = s.scrollStartY - (GET_Y_LPARAM(lp) - s.panStart.y);
+    ClampScroll(*s.doc, Client(hwnd));
+    MarkAll(hwnd, s);
+    return;
+  }
+  RepaintCursor(hwnd, s);
+  if (!s.doc || !s.input) return;
+  // Rubber bands only need the latest position; paint tools see every move.
+  MSG next;
+  if (s.toolButton && s.tools && CoalescesMoves(s.tools->CurrentTool()) &&
+      PeekMessageW(&next, hwnd, WM_MOUSEMOVE, WM_MOUSEMOVE, PM_NOREMOVE))
+    return;
+  const ImagePoint p = ImageAt(hwnd, s, lp);
+  s.input->Move(*s.doc, p.x, p.y);
+  AfterToolInput(hwnd, s);
+}
+
 LRESULT CALLBACK CanvasProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
   CanvasState* s = State(hwnd);
   switch (msg) {
@@ -319,40 +479,59 @@ LRESULT CALLBACK CanvasProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
       return 0;
     case WM_LBUTTONDOWN:
     case WM_LBUTTONDBLCLK:
+    case WM_RBUTTONDOWN:
+    case WM_RBUTTONDBLCLK:
       SetFocus(hwnd);
       // The empty canvas opens a file, as "Open image (Ctrl+O)" does.
       if (s && !s->doc) {
-        PostMessageW(GetAncestor(hwnd, GA_ROOT), WM_COMMAND, kCmdOpen, 0);
+        if (msg == WM_LBUTTONDOWN || msg == WM_LBUTTONDBLCLK)
+          PostMessageW(GetAncestor(hwnd, GA_ROOT), WM_COMMAND, kCmdOpen, 0);
         return 0;
       }
-      // Space held down turns the left button into a pan with any tool.
-      if (s && (GetKeyState(VK_SPACE) & 0x8000)) StartPan(hwnd, *s, lp);
+      if (s) ButtonDown(hwnd, *s, msg, lp);
       return 0;
     case WM_LBUTTONUP:
-      if (s && s->panning) {
+    case WM_RBUTTONUP:
+      if (s && s->panning && msg == WM_LBUTTONUP) {
         s->panning = false;
         ReleaseCapture();
+        RepaintCursor(hwnd, *s);
       }
+      if (s && s->toolButton == (msg == WM_LBUTTONUP ? 1 : 2)) EndToolDrag(hwnd, *s, lp);
       return 0;
     case WM_MBUTTONDOWN:
-      if (s && s->doc) StartPan(hwnd, *s, lp);
+      if (s && s->doc && !s->toolButton) StartPan(hwnd, *s, lp);
       return 0;
     case WM_MOUSEMOVE:
-      if (s && s->panning && s->doc) {
-        s->doc->scrollX = s->scrollStartX - (GET_X_LPARAM(lp) - s->panStart.x);
-        s->doc->scrollY = s->scrollStartY - (GET_Y_LPARAM(lp) - s->panStart.y);
-        ClampScroll(*s->doc, Client(hwnd));
-        MarkAll(hwnd, *s);
+      if (s) MouseMove(hwnd, *s, lp);
+      return 0;
+    case WM_MOUSELEAVE:
+      if (s) {
+        RepaintCursor(hwnd, *s);
+        s->inside = false;
       }
       return 0;
+    case WM_SETCURSOR:
+      // Over the picture the tools show a cross (the brush tools their ring).
+      if (s && s->doc && LOWORD(lp) == HTCLIENT && s->tools) {
+        const int32_t tool = s->tools->CurrentTool();
+        SetCursor(LoadCursorW(nullptr, tool == kToolPan ? IDC_SIZEALL : IDC_CROSS));
+        return TRUE;
+      }
+      break;
     case WM_CAPTURECHANGED:
-      // Capture taken away mid-pan (a message box, Alt+Tab): the pan is over.
-      if (s) s->panning = false;
+      // Capture taken away mid-drag (a message box, Alt+Tab): the pan is
+      // over, and a tool drag ends where the pointer last was.
+      if (s) {
+        s->panning = false;
+        if (s->toolButton) EndToolDrag(hwnd, *s, MAKELPARAM(s->cursor.x, s->cursor.y));
+      }
       return 0;
     case WM_MBUTTONUP:
       if (s && s->panning) {
         s->panning = false;
         ReleaseCapture();
+        RepaintCursor(hwnd, *s);
       }
       return 0;
     case kScrollTo:
@@ -441,8 +620,11 @@ void PlaceCanvas(HWND canvas, const RECT& area) {
 
 void SetCanvasDocument(HWND canvas, Document* doc) {
   if (CanvasState* s = State(canvas)) {
-    if (s->panning && s->doc != doc) {
-      s->panning = false;  // a pan belongs to the document it began on
+    if ((s->panning || s->toolButton) && s->doc != doc) {
+      // A pan or a tool drag belongs to the document it began on; the shell
+      // has already ended the tool's part.
+      s->panning = false;
+      s->toolButton = 0;
       ReleaseCapture();
     }
     s->doc = doc;
@@ -499,6 +681,19 @@ void InvalidateCanvas(HWND canvas) {
 }  // namespace tavora
 
 namespace tavora {
+
+void SetCanvasTools(HWND canvas, ToolSettings* settings, ToolInput* input,
+                    void (*colorsChanged)()) {
+  if (CanvasState* s = State(canvas)) {
+    s->tools = settings;
+    s->input = input;
+    s->colorsChanged = colorsChanged;
+  }
+}
+
+void RefreshCanvasTool(HWND canvas) {
+  if (State(canvas)) InvalidateRect(canvas, nullptr, FALSE);
+}
 
 void SetCanvasOverlay(HWND canvas, CanvasOverlay overlay, void* context) {
   if (CanvasState* s = State(canvas)) {

@@ -154,6 +154,40 @@ int32_t ClampOption(const OptionDef& def, int32_t value) {
   return std::clamp(value, def.minimum, def.maximum);
 }
 
+std::optional<int32_t> ParseOptionValue(const OptionDef& def, std::u16string_view text) {
+  while (!text.empty() && text.front() == u' ') text.remove_prefix(1);
+  while (!text.empty() && text.back() == u' ') text.remove_suffix(1);
+  if (text.empty() || text.size() > 9) return std::nullopt;
+  int32_t value = 0;
+  for (char16_t c : text) {
+    if (c < u'0' || c > u'9') return std::nullopt;
+    value = value * 10 + (c - u'0');
+  }
+  return ClampOption(def, value);
+}
+
+int32_t ChoiceIndex(const OptionDef& def, int32_t value) {
+  if (def.choiceValues.empty())
+    return std::clamp(value, 0, static_cast<int32_t>(def.choices.size()) - 1);
+  // The nearest listed value at or below, so an odd stored size still shows.
+  int32_t index = 0;
+  for (std::size_t i = 0; i < def.choiceValues.size(); ++i)
+    if (def.choiceValues[i] <= value) index = static_cast<int32_t>(i);
+  return index;
+}
+
+int32_t ChoiceValue(const OptionDef& def, int32_t index) {
+  const int32_t count = static_cast<int32_t>(def.choices.size());
+  index = std::clamp(index, 0, count - 1);
+  return def.choiceValues.empty() ? index : def.choiceValues[static_cast<std::size_t>(index)];
+}
+
+std::u16string_view ToolTitle(int32_t id) {
+  std::u16string_view tip = Tool(id).tip;
+  const std::size_t end = std::min(tip.find(u" ("), tip.find(u" - "));
+  return tip.substr(0, end);
+}
+
 const ToolInfo& Tool(int32_t id) { return kTools[std::clamp(id, 0, kToolCount - 1)]; }
 
 std::span<const int32_t> PersistedTools() { return kPersisted; }

@@ -4,6 +4,7 @@
 // is remembered in the settings file, separately for every tool.
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -58,6 +59,12 @@ std::span<const OptionDef> OptionDefs();
 const OptionDef* FindOption(std::u16string_view key);
 // Inside the option's range.
 int32_t ClampOption(const OptionDef& def, int32_t value);
+// A number typed on the options bar, clamped; nothing for text that is not
+// a whole number (an empty box while typing).
+std::optional<int32_t> ParseOptionValue(const OptionDef& def, std::u16string_view text);
+// The choice list's index of a value, and back.
+int32_t ChoiceIndex(const OptionDef& def, int32_t value);
+int32_t ChoiceValue(const OptionDef& def, int32_t index);
 
 struct ToolInfo {
   int32_t id;
@@ -70,6 +77,8 @@ struct ToolInfo {
   bool applyCancelButtons;         // the options bar offers "Apply" and "Cancel"
 };
 const ToolInfo& Tool(int32_t id);  // id clamped into range
+// The tool's short title: its tip up to the key or the explanation.
+std::u16string_view ToolTitle(int32_t id);
 // The tools whose options are kept, in the order their sections are written.
 std::span<const int32_t> PersistedTools();
 // The options a tool lists, in its list's order; the font name is not among

@@ -108,8 +108,25 @@ TEST(CommandAvailability, CommandsStillToComeAreGreyedNotSilent) {
   everything.activeLayer = 2;
   everything.upscaylConfigured = everything.photoshopConfigured = everything.documentSaved = true;
   // Nothing has a handler yet for these: they must not look usable.
-  for (int32_t id : {kCmdPrint, kCmdBatch, kCmdHdrToneMap, kCmdResizeLayer, kCmdSelectAll, kCmdPhotoshop})
+  for (int32_t id : {kCmdPrint, kCmdBatch, kCmdHdrToneMap, kCmdResizeLayer, kCmdCut, kCmdPhotoshop})
     EXPECT_FALSE(CommandAvailable(id, everything)) << id;
+}
+
+TEST(CommandAvailability, SelectMenuNeedsADocumentAndSomeItemsASelection) {
+  ShellState none;
+  ShellState doc;
+  doc.documentOpen = true;
+  doc.layerCount = 1;
+  ShellState selected = doc;
+  selected.hasSelection = true;
+  for (int32_t id : {kCmdSelectAll, kCmdSelectInvert, kCmdFromLayerAlpha}) {
+    EXPECT_FALSE(CommandAvailable(id, none)) << id;
+    EXPECT_TRUE(CommandAvailable(id, doc)) << id;
+  }
+  for (int32_t id : {kCmdSelectNone, kCmdFeather, kCmdGrow, kCmdShrink}) {
+    EXPECT_FALSE(CommandAvailable(id, doc)) << id;
+    EXPECT_TRUE(CommandAvailable(id, selected)) << id;
+  }
 }
 
 TEST(TabsMenuItems, NineNumberedTabsThenMore) {

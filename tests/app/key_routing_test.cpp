@@ -62,5 +62,30 @@ TEST(KeyRouting, ArrowsGoToTheMoveToolUnlessTheControlUsesThem) {
   EXPECT_FALSE(RouteKey(sys).offerToTool);
 }
 
+TEST(KeyRouting, PlainKeysReachTheToolKeysExceptInTextBoxesAndLists) {
+  const KeyPress letter = InMain(u"KZCanvas");
+  EXPECT_TRUE(RouteKey(letter).offerToolKey);
+  EXPECT_TRUE(RouteKey(letter).useAccelerators);  // when no tool key takes it
+  KeyPress noDoc = InMain(u"KZToolbox");  // tools are picked before any image is open
+  noDoc.documentActive = false;
+  EXPECT_TRUE(RouteKey(noDoc).offerToolKey);
+  for (std::u16string_view cls : {u"Edit", u"ComboBox", u"ListBox", u"SysListView32"}) {
+    KeyPress k = InMain(cls);
+    EXPECT_FALSE(RouteKey(k).offerToolKey) << std::string(cls.begin(), cls.end());
+  }
+  KeyPress ctrl = letter;  // Ctrl+B is a shortcut, not the Brush
+  ctrl.ctrlOrAlt = true;
+  EXPECT_FALSE(RouteKey(ctrl).offerToolKey);
+  KeyPress arrow = letter;
+  arrow.arrowKey = true;
+  EXPECT_FALSE(RouteKey(arrow).offerToolKey);
+  KeyPress dialog = letter;
+  dialog.topLevelIsMain = false;
+  EXPECT_FALSE(RouteKey(dialog).offerToolKey);
+  KeyPress sys = letter;
+  sys.plainKeyDown = false;
+  EXPECT_FALSE(RouteKey(sys).offerToolKey);
+}
+
 }  // namespace
 }  // namespace tavora

@@ -5,6 +5,8 @@
 #include "document/composite.h"
 #include "formats/layered_format.h"
 #include "processing/adjustments.h"
+#include "tools/brush_engine.h"
+#include "tools/selection.h"
 #include "temp_dir.h"
 
 namespace tavora {
@@ -152,6 +154,53 @@ TEST(CliApply, RunsTableOperationsInOrderAndChecksRanges) {
             std::string::npos);
   EXPECT_NE(ops.out.find("hdr-tone-map (\"HDR Tone Map\") [not available yet]"), std::string::npos);
   EXPECT_NE(ops.out.find("edge-detect (\"Edge Detect\")"), std::string::npos);
+}
+
+TEST(CliPaint, StrokesLikeTheCanvasAndKeepsToTheSelection) {
+  TempDir dir;
+  ASSERT_TRUE(WriteLayeredDocument(*CreateDocument(40, 30, 72, 0xFFFFFFFF, 0), dir / "w.tvl"));
+  Result r = Cli({u"paint", u"brush", u"size=6", u"hardness=100", u"color=FF0000", u"select=10,0,30,30",
+                  u"2.5,10.5", u"20.5,10.5", u"37.5,10.5", U(dir / "w.tvl"), U(dir / "p.tvl")});
+  ASSERT_EQ(r.status, kCliOk) << r.err;
+  auto painted = ReadLayeredDocument(dir / "p.tvl");
+  ASSERT_TRUE(painted);
+  const Surface& px = painted->layers[0].pixels;
+  EXPECT_EQ(px.At(5, 10), 0xFFFFFFFFu);   // on the path, outside the selection
+  EXPECT_EQ(px.At(15, 10), 0xFFFF0000u);  // inside it
+  EXPECT_EQ(px.At(15, 20), 0xFFFFFFFFu);  // off the path
+  EXPECT_EQ(px.At(35, 10), 0xFFFFFFFFu);
+
+  // The same stroke through the engine directly gives the same pixels.
+  auto doc = CreateDocument(40, 30, 72, 0xFFFFFFFF, 0);
+  BrushParams params;
+  params.size = 6;
+  params.hardness = 100;
+  params.primary = 0xFFFF0000;
+  const ShapePoint corners[] = {{10, 0}, {30, 30}};
+  CommitRegion(*doc, *RasterizeShape(*doc, ShapeKind::Rectangle, corners, 0), kSelectNew);
+  BeginStroke(*doc, 2.5, 10.5, 1, params);
+  ContinueStroke(*doc, 20.5, 10.5);
+  ContinueStroke(*doc, 37.5, 10.5);
+  EndStroke(*doc);
+  for (int32_t y = 0; y < 30; ++y)
+    for (int32_t x = 0; x < 40; ++x) ASSERT_EQ(px.At(x, y), doc->layers[0].pixels.At(x, y)) << x << "," << y;
+}
+
+TEST(CliPaint, RefusesWhatItCannotDo) {
+  TempDir dir;
+  ASSERT_TRUE(WriteLayeredDocument(*CreateDocument(8, 8, 72, 0xFFFFFFFF, 0), dir / "w.tvl"));
+  const std::u16string in = U(dir / "w.tvl"), out = U(dir / "o.tvl");
+  Result r = Cli({u"paint", u"brush", u"size=501", u"1,1", in, out});
+  EXPECT_EQ(r.status, kCliUsage);
+  EXPECT_NE(r.err.find("size must be a whole number between 1 and 500"), std::string::npos);
+  EXPECT_EQ(Cli({u"paint", u"brush", u"tolerance=5", u"1,1", in, out}).status, kCliUsage);
+  EXPECT_EQ(Cli({u"paint", u"fill", u"1,1", in, out}).status, kCliUsage);
+  EXPECT_EQ(Cli({u"paint", u"brush", u"1,1,1", in, out}).status, kCliUsage);
+  EXPECT_EQ(Cli({u"paint", u"brush", u"color=red", u"1,1", in, out}).status, kCliUsage);
+  EXPECT_EQ(Cli({u"paint", u"eraser", u"size=3", in, out}).status, kCliUsage);  // no point
+  EXPECT_EQ(Cli({u"paint", u"brush", u"1,1", U(dir / "missing.tvl"), out}).status, kCliCannotOpen);
+  EXPECT_FALSE(std::filesystem::exists(dir / "o.tvl"));
+  EXPECT_EQ(Cli({u"paint", u"Eraser", u"button=right", u"1,1", in, out}).status, kCliOk);
 }
 
 }  // namespace

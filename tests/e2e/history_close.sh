@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # End-to-end: with a two-layer .tvl open, a command that has not landed
-# (Ctrl+A, Select All) does nothing; Ctrl+I inverts (undone at once); Ctrl+Shift+E flattens, Ctrl+Z and Ctrl+Y follow the
+# (Ctrl+X, Cut) does nothing; Ctrl+I inverts (undone at once); Ctrl+Shift+E flattens, Ctrl+Z and Ctrl+Y follow the
 # history (each state saved with Ctrl+S and read back by tavora-cli.exe);
 # closing the modified document asks to save, and "No" closes it unsaved.
 # Usage: history_close.sh TAVORA_EXE TAVORA_CLI_EXE WINE_RUN OUTPUT_DIR
@@ -36,7 +36,7 @@ app=$!
 main=$(window '^two.tvl - Tavora$') || fail "the layered file did not open"
 sleep 3
 
-key ctrl+a
+key ctrl+x
 window '^two.tvl - Tavora$' >/dev/null || fail "a greyed command changed the document"
 key ctrl+i
 window '^two.tvl \* - Tavora$' >/dev/null || fail "Invert did not change the document"

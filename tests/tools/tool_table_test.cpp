@@ -175,3 +175,31 @@ TEST(ToolSettingsSave, ResetWritesEveryDefaultAgain) {
 
 }  // namespace
 }  // namespace tavora
+
+namespace tavora {
+namespace {
+
+TEST(ToolOptionsBarValues, TypedNumbersChoicesAndTitles) {
+  const OptionDef& size = *FindOption(u"size");
+  EXPECT_EQ(ParseOptionValue(size, u"40"), 40);
+  EXPECT_EQ(ParseOptionValue(size, u" 900 "), 500);
+  EXPECT_EQ(ParseOptionValue(size, u"0"), 1);
+  EXPECT_EQ(ParseOptionValue(size, u""), std::nullopt);
+  EXPECT_EQ(ParseOptionValue(size, u"4x"), std::nullopt);
+  EXPECT_EQ(ParseOptionValue(size, u"99999999999"), std::nullopt);
+  const OptionDef& sample = *FindOption(u"sample");
+  EXPECT_EQ(ChoiceValue(sample, 2), 5);
+  EXPECT_EQ(ChoiceIndex(sample, 9), 3);
+  EXPECT_EQ(ChoiceIndex(sample, 51), 3);  // a stored size between the choices
+  EXPECT_EQ(ChoiceIndex(sample, 4), 1);
+  const OptionDef& style = *FindOption(u"shapefill");
+  EXPECT_EQ(ChoiceIndex(style, 3), 2);  // the range allows a value the list lacks
+  EXPECT_EQ(ChoiceValue(style, 7), 2);
+  EXPECT_EQ(ToolTitle(kToolBrush), u"Paint brush");
+  EXPECT_EQ(ToolTitle(kToolPan), u"Pan");
+  EXPECT_EQ(ToolTitle(kToolLayerRotate), u"Layer Rotate");
+  EXPECT_EQ(ToolTitle(kToolMagicWand), u"Magic Wand");
+}
+
+}  // namespace
+}  // namespace tavora

@@ -1,0 +1,41 @@
+#pragma once
+// The toolbox's portable half: where each tool button and the colour boxes
+// sit, what a click hits, and the line drawings of the tool icons.
+#include <array>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "document/rect.h"
+#include "tools/tool_table.h"
+
+namespace tavora {
+
+struct ToolboxLayout {
+  std::array<Rect, kToolCount> buttons;  // by tool id
+  Rect leftBox, rightBox, swap, reset;
+  int32_t width = 0, height = 0;
+};
+// All sizes scale with dpi / 96.
+ToolboxLayout ComputeToolboxLayout(double scale);
+// The tools top to bottom, two to a row.
+std::span<const int32_t> ToolboxOrder();
+
+enum class ToolboxPart : uint8_t { None, Tool, LeftColor, RightColor, Swap, Reset };
+struct ToolboxHit {
+  ToolboxPart part = ToolboxPart::None;
+  int32_t tool = -1;
+};
+ToolboxHit HitToolbox(const ToolboxLayout& layout, int32_t x, int32_t y);
+
+// An icon is a few strokes on a 16 x 16 grid.
+struct GlyphStroke {
+  enum class Kind : uint8_t { Lines, Closed, Ellipse, FilledEllipse, Box, RoundBox, Filled };
+  Kind kind = Kind::Lines;
+  int32_t width = 1;  // pen width in grid units
+  bool dashed = false;
+  std::vector<int32_t> points;  // x, y pairs; boxes and ellipses use two corners
+};
+std::vector<GlyphStroke> ToolGlyph(int32_t id);
+
+}  // namespace tavora

@@ -1,0 +1,157 @@
+#include "tools/tool_input.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "document/composite.h"
+
+namespace tavora {
+namespace {
+
+SelectionToolOptions SelectionOptions(const ToolOptions& o) {
+  return {o.selmode, static_cast<double>(o.feather)};
+}
+
+}  // namespace
+
+std::optional<BrushTool> BrushToolFor(int32_t toolId) {
+  switch (toolId) {
+    case kToolBrush: return BrushTool::Brush;
+    case kToolEraser: return BrushTool::Eraser;
+    case kToolBlur: return BrushTool::Blur;
+    case kToolSmudge: return BrushTool::Smudge;
+    case kToolSharpen: return BrushTool::Sharpen;
+    case kToolSponge: return BrushTool::Sponge;
+    case kToolBurn: return BrushTool::Burn;
+    default: return std::nullopt;
+  }
+}
+
+BrushParams BrushParamsFor(BrushTool tool, const ToolOptions& o, const ColorBoxes& colors) {
+  BrushParams p;
+  p.tool = tool;
+  p.size = o.size;
+  p.hardness = o.hardness;
+  p.opacity = o.opacity;
+  p.spacing = o.spacing;
+  p.strength = o.strength;
+  p.range = o.range;
+  p.exposure = o.exposure;
+  p.primary = colors.Primary();
+  p.secondary = colors.Secondary();
+  return p;
+}
+
+std::optional<uint32_t> PickColor(Document& doc, double x, double y, int32_t sample) {
+  const int32_t cx = static_cast<int32_t>(std::floor(x)), cy = static_cast<int32_t>(std::floor(y));
+  const int32_t half = std::max(sample, 1) / 2;
+  const Rect area = Intersect({cx - half, cy - half, cx + half + 1, cy + half + 1}, doc.Bounds());
+  if (area.Empty() || !doc.Bounds().Contains(cx, cy)) return std::nullopt;
+  Composite(doc);
+  const Surface& image = CompositeSource(doc);
+  uint64_t sum[3] = {0, 0, 0}, alpha = 0;
+  for (int32_t py = area.y0; py < area.y1; ++py) {
+    for (int32_t px = area.x0; px < area.x1; ++px) {
+      const uint32_t p = image.At(px, py);
+      const uint32_t a = p >> 24;
+      alpha += a;
+      for (int c = 0; c < 3; ++c) sum[c] += ((p >> (16 - 8 * c)) & 255) * a;
+    }
+  }
+  if (alpha == 0) return std::nullopt;
+  uint32_t color = 0xFF000000u;
+  for (int c = 0; c < 3; ++c)
+    color |= static_cast<uint32_t>((sum[c] + alpha / 2) / alpha) << (16 - 8 * c);
+  return color;
+}
+
+bool CoalescesMoves(int32_t toolId) {
+  switch (toolId) {
+    case kToolRectSelect: case kToolEllipseSelect: case kToolMove: case kToolCrop:
+    case kToolLine: case kToolRectangle: case kToolEllipse: case kToolRoundedRect:
+      return true;
+    default:
+      return false;
+  }
+}
+
+void ToolInput::Press(Document& doc, double x, double y, int button, int modifiers) {
+  const int32_t tool = tools_.CurrentTool();
+  const ToolOptions& options = tools_.Current();
+  if (IsSelectionTool(tool)) {
+    selection_.Press(doc, tool, x, y, button, modifiers, SelectionOptions(options));
+    dragging_ = button == 1;
+  } else if (const auto brush = BrushToolFor(tool)) {
+    BeginStroke(doc, x, y, button, BrushParamsFor(*brush, options, tools_.colors));
+    dragging_ = true;
+  } else if (tool == kToolEyedropper) {
+    dragging_ = true;
+    button_ = button;
+    Pick(doc, x, y);
+  }
+  button_ = button;
+}
+
+void ToolInput::DoubleClick(Document& doc, double x, double y, int button, int modifiers) {
+  const int32_t tool = tools_.CurrentTool();
+  if (IsSelectionTool(tool)) {
+    if (button == 1)
+      selection_.DoubleClick(doc, tool, x, y, modifiers, SelectionOptions(tools_.Current()));
+    dragging_ = button == 1 && selection_.Busy() && tool != kToolPolygonSelect;
+    return;
+  }
+  Press(doc, x, y, button, modifiers);
+}
+
+void ToolInput::Move(Document& doc, double x, double y) {
+  const int32_t tool = tools_.CurrentTool();
+  if (IsSelectionTool(tool)) {
+    selection_.Move(doc, x, y);
+  } else if (dragging_ && BrushToolFor(tool)) {
+    ContinueStroke(doc, x, y);
+  } else if (dragging_ && tool == kToolEyedropper) {
+    Pick(doc, x, y);
+  }
+}
+
+void ToolInput::Release(Document& doc, double x, double y) {
+  const int32_t tool = tools_.CurrentTool();
+  if (IsSelectionTool(tool)) {
+    if (button_ == 1) selection_.Release(doc, x, y);
+  } else if (BrushToolFor(tool)) {
+    EndStroke(doc);
+  }
+  dragging_ = false;
+}
+
+bool ToolInput::Key(Document& doc, ToolKey key) {
+  (void)doc;
+  if (!IsSelectionTool(tools_.CurrentTool())) return false;
+  return selection_.Key(key == ToolKey::Backspace ? SelectionKey::Backspace : SelectionKey::Escape);
+}
+
+void ToolInput::Finish(Document& doc) {
+  selection_.Cancel(doc);
+  if (StrokeActive()) EndStroke(doc);
+  dragging_ = false;
+}
+
+void ToolInput::Forget(Document& doc) {
+  selection_.Cancel(doc);
+  ForgetStroke(doc);
+  dragging_ = false;
+}
+
+void ToolInput::Pick(Document& doc, double x, double y) {
+  const auto color = PickColor(doc, x, y, tools_.Current().sample);
+  if (!color) return;
+  // Left sets the primary colour, right the secondary, whichever box holds it.
+  ColorBoxes& c = tools_.colors;
+  const bool leftIsPrimary = c.selected == 0;
+  uint32_t& box = (button_ == 1) == leftIsPrimary ? c.left : c.right;
+  if (box == *color) return;
+  box = *color;
+  colorsChanged_ = true;
+}
+
+}  // namespace tavora

@@ -1,0 +1,73 @@
+#pragma once
+// The current tool's side of the canvas: presses, drags, releases and keys
+// in image coordinates go to the selection tools, the brush engine or the
+// colour picker. Zoom and Pan stay with the canvas, which owns the view.
+// Tools whose behaviour has not landed yet take no input.
+#include <cstdint>
+#include <optional>
+
+#include "document/document.h"
+#include "tools/brush_engine.h"
+#include "tools/selection_tool.h"
+#include "tools/tool_table.h"
+
+namespace tavora {
+
+// The brush engine's tool for a tool id, or nothing.
+std::optional<BrushTool> BrushToolFor(int32_t toolId);
+// The stroke parameters from the tool's options and the colour boxes.
+BrushParams BrushParamsFor(BrushTool tool, const ToolOptions& options, const ColorBoxes& colors);
+
+// The average colour of a sample x sample square of the composite around
+// (x, y), weighted by alpha and made opaque; nothing where the square is
+// outside the image or wholly transparent.
+std::optional<uint32_t> PickColor(Document& doc, double x, double y, int32_t sample);
+
+// Rubber-band tools see only the latest of several queued moves.
+bool CoalescesMoves(int32_t toolId);
+
+enum class ToolKey { Backspace, Escape };
+
+class ToolInput {
+ public:
+  explicit ToolInput(ToolSettings& tools) : tools_(tools) {}
+
+  // Button 1 left, 2 right; modifiers kModShift, kModCtrl, kModAlt.
+  void Press(Document& doc, double x, double y, int button, int modifiers);
+  // In place of the second press of a double-click.
+  void DoubleClick(Document& doc, double x, double y, int button, int modifiers);
+  // Every pointer move over the canvas, with or without a button down.
+  void Move(Document& doc, double x, double y);
+  void Release(Document& doc, double x, double y);
+  // Whether the tool used the key.
+  bool Key(Document& doc, ToolKey key);
+  // A tool change or a switch to another document: work under way ends;
+  // a stroke keeps what it painted as its step.
+  void Finish(Document& doc);
+  // The document is closing: nothing may refer to it afterwards.
+  void Forget(Document& doc);
+
+  // A press is being followed by moves until the release.
+  bool Dragging() const { return dragging_; }
+  bool SelectionBusy() const { return selection_.Busy(); }
+  SelectionOverlay Overlay() const { return selection_.Overlay(); }
+  Rect OverlayBounds() const { return selection_.OverlayBounds(); }
+  Rect TakeOverlayDamage() { return selection_.TakeOverlayDamage(); }
+  // The colour boxes changed (the colour picker).
+  bool TakeColorsChanged() {
+    const bool changed = colorsChanged_;
+    colorsChanged_ = false;
+    return changed;
+  }
+
+ private:
+  void Pick(Document& doc, double x, double y);
+
+  ToolSettings& tools_;
+  SelectionTool selection_;
+  bool dragging_ = false;
+  int button_ = 0;
+  bool colorsChanged_ = false;
+};
+
+}  // namespace tavora
