@@ -173,6 +173,7 @@ std::optional<ApplyStep> ParseStep(const std::u16string& arg, std::string& err) 
   step.values = DefaultValues(*step.effect);
   if (eq == std::u16string::npos) return step;
   std::size_t row = 0, pos = eq + 1;
+  int colors = 0;
   while (pos <= arg.size()) {
     const std::size_t comma = std::min(arg.find(u',', pos), arg.size());
     const std::u16string token = arg.substr(pos, comma - pos);
@@ -199,6 +200,13 @@ std::optional<ApplyStep> ParseStep(const std::u16string& arg, std::string& err) 
     if (!step.effect->optionLabel.empty() && token == u"option") {
       step.values.option = true;
       continue;
+    }
+    // "#RRGGBB" gives the first colour, then the second.
+    if (!step.effect->color1Label.empty() && token.size() == 7 && token[0] == u'#' && colors < 2) {
+      if (const auto color = ParseRememberedColor(std::u16string_view(token).substr(1))) {
+        (colors++ == 0 ? step.values.color1 : step.values.color2) = *color;
+        continue;
+      }
     }
     bool matched = false;
     for (std::size_t c = 0; c < step.effect->choices.size(); ++c) {

@@ -149,7 +149,7 @@ constexpr int32_t kLanded[] = {
     kCmdNewLayer, kCmdDuplicateLayer, kCmdDeleteLayer, kCmdMergeDown, kCmdLayerUp, kCmdLayerDown,
     kCmdLayerProperties,
     kCmdSelectAll, kCmdSelectNone, kCmdSelectInvert, kCmdFeather, kCmdGrow, kCmdShrink,
-    kCmdFromLayerAlpha,
+    kCmdFromLayerAlpha, kCmdSpiral,
 };
 
 // What each command needs beyond having landed.

@@ -667,10 +667,11 @@ void RunEffectCommand(Document& doc, int32_t id) {
       {kCmdPosterize, u"Posterize"}, {kCmdThreshold, u"Threshold"}, {kCmdBlur, u"Blur"},
       {kCmdGaussianBlur, u"Gaussian Blur"}, {kCmdLensBlur, u"Lens Blur"},
       {kCmdMotionBlur, u"Motion Blur"}, {kCmdSharpen, u"Sharpen"}, {kCmdAddNoise, u"Add Noise"},
-      {kCmdPixelate, u"Pixelate"}};
+      {kCmdPixelate, u"Pixelate"}, {kCmdSpiral, u"Spiral"}};
   for (const auto& [command, title] : kDialogs)
     if (command == id)
-      if (const EffectDef* def = FindEffect(title)) RunEffectDialog(g.main, doc, *def);
+      if (const EffectDef* def = FindEffect(title))
+        RunEffectDialog(g.main, doc, *def, g.tools.colors.Primary(), g.tools.colors.Secondary());
 }
 
 // The adjustments and filters that act at once.
@@ -791,6 +792,7 @@ void RunCommand(int32_t id) {
     case kCmdSharpen:
     case kCmdAddNoise:
     case kCmdPixelate:
+    case kCmdSpiral:
       if (doc) RunEffectCommand(*doc, id);
       break;
     case kCmdUndo:

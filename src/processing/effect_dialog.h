@@ -10,8 +10,10 @@ namespace tavora {
 
 // Shows the dialog modally over `owner`; true when the effect was applied
 // (as one undo step). Previews draw straight into the layer and are undone
-// exactly on Cancel.
-bool RunEffectDialog(HWND owner, Document& doc, const EffectDef& def);
+// exactly on Cancel. An effect with colours starts from its remembered
+// ones, else from the colour boxes' primary and secondary colours.
+bool RunEffectDialog(HWND owner, Document& doc, const EffectDef& def, uint32_t primary,
+                     uint32_t secondary);
 
 // The single-value prompt: one number with its range shown, checked on OK
 // ("Please enter a value between %g and %g."); `value` changes only when

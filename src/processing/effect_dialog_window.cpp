@@ -2,6 +2,7 @@
 // them), the option, the choice and "Live preview"; previews run on timer 77.
 #include <windows.h>
 #include <commctrl.h>
+#include <commdlg.h>
 
 #include <algorithm>
 #include <cmath>
@@ -21,7 +22,8 @@ namespace tavora {
 namespace {
 
 constexpr UINT_PTR kPreviewTimer = 77;
-constexpr int kRowId = 100, kSliderId = 200, kChoiceId = 22, kPreviewId = 50, kOptionId = 51;
+constexpr int kRowId = 100, kSliderId = 200, kColor1Id = 20, kColor2Id = 21, kChoiceId = 22,
+              kPanelColorsId = 23, kSwapColorsId = 24, kPreviewId = 50, kOptionId = 51;
 
 struct DialogState {
   Document* doc = nullptr;
@@ -34,6 +36,10 @@ struct DialogState {
   HWND window = nullptr;
   std::vector<HWND> edits, sliders;
   HWND choice = nullptr, option = nullptr, preview = nullptr;
+  bool hasColors = false;
+  uint32_t colors[2] = {0xFF000000, 0xFFFFFFFF};
+  uint32_t panel[2] = {0xFF000000, 0xFFFFFFFF};  // the colour boxes' primary and secondary
+  HWND colorButtons[2] = {nullptr, nullptr};
 };
 DialogState* g_dialog = nullptr;  // one effect dialog at a time
 
@@ -60,6 +66,8 @@ EffectValues ReadValues(const DialogState& d) {
   v.option = d.option && SendMessageW(d.option, BM_GETCHECK, 0, 0) == BST_CHECKED;
   v.choice = d.choice ? static_cast<int32_t>(SendMessageW(d.choice, CB_GETCURSEL, 0, 0)) : 0;
   if (v.choice < 0) v.choice = 0;
+  v.color1 = d.colors[0];
+  v.color2 = d.colors[1];
   return v;
 }
 
@@ -117,7 +125,46 @@ void Remember(const DialogState& d, const EffectValues& v) {
   values.emplace_back(key(kPreviewId), live ? u"1" : u"0");
   if (d.option) values.emplace_back(key(kOptionId), v.option ? u"1" : u"0");
   if (d.choice) values.emplace_back(key(kChoiceId), FormatNumber(v.choice));
+  if (d.hasColors) {
+    values.emplace_back(key(kColor1Id), FormatColor(v.color1));
+    values.emplace_back(key(kColor2Id), FormatColor(v.color2));
+  }
   AppSettings().SetStrings(section, values);
+}
+
+void ColorsChanged(DialogState& d) {
+  for (HWND b : d.colorButtons) InvalidateRect(b, nullptr, FALSE);
+  Restart(d, 90);
+}
+
+void ChooseColorOf(DialogState& d, int index) {
+  static COLORREF custom[16] = {};
+  const uint32_t c = d.colors[index];
+  CHOOSECOLORW cc{};
+  cc.lStructSize = sizeof cc;
+  cc.hwndOwner = d.window;
+  cc.rgbResult = RGB((c >> 16) & 255, (c >> 8) & 255, c & 255);
+  cc.lpCustColors = custom;
+  cc.Flags = CC_RGBINIT | CC_FULLOPEN;
+  if (!ChooseColorW(&cc)) return;
+  d.colors[index] = 0xFF000000u | (uint32_t{GetRValue(cc.rgbResult)} << 16) |
+                    (uint32_t{GetGValue(cc.rgbResult)} << 8) | GetBValue(cc.rgbResult);
+  ColorsChanged(d);
+}
+
+// A colour button is its colour in a frame, with the focus shown inside.
+void DrawColorButton(const DialogState& d, const DRAWITEMSTRUCT& item) {
+  const int index = item.CtlID == kColor1Id ? 0 : 1;
+  const uint32_t c = d.colors[index];
+  RECT r = item.rcItem;
+  DrawEdge(item.hDC, &r, (item.itemState & ODS_SELECTED) ? EDGE_SUNKEN : EDGE_RAISED, BF_RECT | BF_ADJUST);
+  HBRUSH brush = CreateSolidBrush(RGB((c >> 16) & 255, (c >> 8) & 255, c & 255));
+  FillRect(item.hDC, &r, brush);
+  DeleteObject(brush);
+  if (item.itemState & ODS_FOCUS) {
+    InflateRect(&r, -2, -2);
+    DrawFocusRect(item.hDC, &r);
+  }
 }
 
 LRESULT CALLBACK DialogProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
@@ -156,6 +203,21 @@ LRESULT CALLBACK DialogProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
         Restart(*d, 1);
         return 0;
       }
+      if ((id == kColor1Id || id == kColor2Id) && HIWORD(wp) == BN_CLICKED) {
+        ChooseColorOf(*d, id == kColor1Id ? 0 : 1);
+        return 0;
+      }
+      if (id == kPanelColorsId && HIWORD(wp) == BN_CLICKED) {
+        d->colors[0] = d->panel[0];
+        d->colors[1] = d->panel[1];
+        ColorsChanged(*d);
+        return 0;
+      }
+      if (id == kSwapColorsId && HIWORD(wp) == BN_CLICKED) {
+        std::swap(d->colors[0], d->colors[1]);
+        ColorsChanged(*d);
+        return 0;
+      }
       if (id >= kRowId && id < kRowId + 6 && HIWORD(wp) == EN_CHANGE && !d->syncing) {
         const std::size_t i = static_cast<std::size_t>(id - kRowId);
         if (d->sliders[i]) {
@@ -169,6 +231,9 @@ LRESULT CALLBACK DialogProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
         Restart(*d, 90);
       return 0;
     }
+    case WM_DRAWITEM:
+      DrawColorButton(*d, *reinterpret_cast<const DRAWITEMSTRUCT*>(lp));
+      return TRUE;
     case WM_CLOSE:
       d->done = true;
       return 0;
@@ -187,13 +252,17 @@ HWND Control(HWND parent, const wchar_t* cls, const std::wstring& text, DWORD st
 
 }  // namespace
 
-bool RunEffectDialog(HWND owner, Document& doc, const EffectDef& def) {
+bool RunEffectDialog(HWND owner, Document& doc, const EffectDef& def, uint32_t primary,
+                     uint32_t secondary) {
   if (!def.operation || g_dialog) return false;
   Layer* layer = ActiveLayer(&doc);
   if (!layer) return false;
   DialogState d;
   d.doc = &doc;
   d.def = &def;
+  d.hasColors = !def.color1Label.empty();
+  d.panel[0] = primary | 0xFF000000u;
+  d.panel[1] = secondary | 0xFF000000u;
   const Rect layerRect{0, 0, layer->Width(), layer->Height()};
   d.target = Intersect(doc.selection ? doc.selectionBounds : doc.Bounds(), layerRect);
   if (d.target.Empty()) return false;
@@ -221,7 +290,8 @@ bool RunEffectDialog(HWND owner, Document& doc, const EffectDef& def) {
   }
   const UINT dpi = WindowDpi(owner);
   auto S = [dpi](int v) { return MulDiv(v, static_cast<int>(dpi), 96); };
-  const int rows = static_cast<int>(def.rows.size()) + (def.choices.empty() ? 0 : 1) + (def.optionLabel.empty() ? 0 : 1);
+  const int rows = static_cast<int>(def.rows.size()) + (def.choices.empty() ? 0 : 1) +
+                   (def.optionLabel.empty() ? 0 : 1) + (d.hasColors ? 2 : 0);
   const int width = S(440), height = S(130) + S(30) * rows;
   RECT ownerRect;
   GetWindowRect(owner, &ownerRect);
@@ -258,6 +328,23 @@ bool RunEffectDialog(HWND owner, Document& doc, const EffectDef& def) {
       SendMessageW(slider, TBM_SETPOS, TRUE, SliderPosition(row, value));
     }
     d.sliders.push_back(slider);
+    y += S(30);
+  }
+  if (d.hasColors) {
+    // Remembered colours, else the colour boxes' primary and secondary.
+    for (int i = 0; i < 2; ++i) {
+      d.colors[i] = ParseRememberedColor(AppSettings().GetString(section, key(kColor1Id + i))).value_or(d.panel[i]);
+      const int x = i == 0 ? S(14) : S(236);
+      Control(d.window, L"Static", Wide(i == 0 ? def.color1Label : def.color2Label), SS_LEFT, x, y + S(3),
+              S(80), S(20), -1, font);
+      d.colorButtons[i] = Control(d.window, L"Button", L"", BS_OWNERDRAW | WS_TABSTOP, x + S(84), y,
+                                  S(70), S(24), kColor1Id + i, font);
+    }
+    y += S(30);
+    Control(d.window, L"Button", L"Use primary && secondary", BS_PUSHBUTTON | WS_TABSTOP, S(14), y, S(200),
+            S(26), kPanelColorsId, font);
+    Control(d.window, L"Button", L"Swap colors", BS_PUSHBUTTON | WS_TABSTOP, S(236), y, S(154), S(26),
+            kSwapColorsId, font);
     y += S(30);
   }
   if (!def.choices.empty()) {

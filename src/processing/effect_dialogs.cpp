@@ -8,6 +8,7 @@
 
 #include "app/unicode.h"
 #include "processing/filters.h"
+#include "processing/spiral.h"
 
 namespace tavora {
 namespace {
@@ -80,6 +81,10 @@ void PackAddNoise(const EffectValues& v, void* b) {
   Block<AddNoiseParams>(b) = {I(v, 0), v.option, v.choice == 0};  // "Gaussian" is the first choice
 }
 void PackPixelate(const EffectValues& v, void* b) { Block<PixelateParams>(b) = {I(v, 0)}; }
+void PackSpiral(const EffectValues& v, void* b) {
+  Block<SpiralParams>(b) = {I(v, 0), I(v, 1), I(v, 2), v.option, v.color1 | 0xFF000000u,
+                            v.color2 | 0xFF000000u};
+}
 
 constexpr EffectDef kEffects[] = {
     {u"Brightness / Contrast", u"Brightness/Contrast", kBrightnessContrast, {}, &BrightnessContrast,
@@ -107,12 +112,12 @@ constexpr EffectDef kEffects[] = {
      MarginKind::None, true, {}, {}, u"Distribution:", kDistributions, u"add-noise"},
     {u"Pixelate", u"Pixelate", kPixelate, {}, &Pixelate, &PackPixelate, MarginKind::None, true, {}, {},
      {}, {}, u"pixelate"},
-    // The special effects' operations are not part of the program yet.
+    // Whiten Area and HDR Tone Map come with the special effects.
     {u"Whiten Area", u"Whiten Area", kWhitenArea, {}, nullptr, nullptr, MarginKind::None, true, {}, {},
      {}, {}, u"whiten-area"},
     {u"HDR Tone Map", u"HDR Tone Map", kHdrToneMap, {}, nullptr, nullptr, MarginKind::WholeLayer, false,
      {}, {}, {}, {}, u"hdr-tone-map"},
-    {u"Spiral", u"Spiral", kSpiral, u"Spiral turns counter-clockwise", nullptr, nullptr,
+    {u"Spiral", u"Spiral", kSpiral, u"Spiral turns counter-clockwise", &Spiral, &PackSpiral,
      MarginKind::None, true, u"Color 1:", u"Color 2:", {}, {}, u"spiral"},
 };
 
@@ -232,6 +237,22 @@ std::optional<double> ParseRemembered(std::u16string_view text, const ParamRow& 
   while (*end == ' ' || *end == '\t') ++end;
   if (*end || !std::isfinite(v) || v < row.minimum || v > row.maximum) return std::nullopt;
   return v;
+}
+
+std::u16string FormatColor(uint32_t color) {
+  char text[8];
+  std::snprintf(text, sizeof text, "%06X", color & 0xFFFFFFu);
+  return std::u16string(text, text + 6);
+}
+
+std::optional<uint32_t> ParseRememberedColor(std::u16string_view text) {
+  const std::string utf8 = Utf16ToUtf8(text);
+  char* end = nullptr;
+  const long long v = std::strtoll(utf8.c_str(), &end, 16);
+  if (end == utf8.c_str()) return std::nullopt;
+  while (*end == ' ' || *end == '\t') ++end;
+  if (*end || v < 0 || v > 0xFFFFFF) return std::nullopt;
+  return 0xFF000000u | static_cast<uint32_t>(v);
 }
 
 }  // namespace tavora

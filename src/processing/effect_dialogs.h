@@ -28,6 +28,7 @@ struct EffectValues {
   std::vector<double> rows;
   bool option = false;
   int32_t choice = 0;
+  uint32_t color1 = 0xFF000000, color2 = 0xFFFFFFFF;  // opaque 0xAARRGGBB
 };
 
 // Turns the values into the operation's parameter block.
@@ -84,5 +85,9 @@ std::u16string RangeMessage(double minimum, double maximum);
 std::u16string RememberSection(const EffectDef& def);
 std::u16string FormatNumber(double value);             // "%.6g"
 std::optional<double> ParseRemembered(std::u16string_view text, const ParamRow& row);
+// A colour: "%06X" of its red, green and blue, and back (base 16, not
+// negative, at most FFFFFF; made opaque).
+std::u16string FormatColor(uint32_t color);
+std::optional<uint32_t> ParseRememberedColor(std::u16string_view text);
 
 }  // namespace tavora

@@ -146,6 +146,7 @@ void RenderRows(int first, int end, void* context) {
         job.mode == SampleMode::AreaAverage ? AreaAxis(y - L.originY, s, h) : AreaSpan{};
     const int32_t py = ay.nearest;
     const int32_t by = sel ? imageY(y + 1.5) : 0;
+    const int32_t ty = sel ? imageY(y - 0.5) : 0;
     for (int32_t x = area.x0; x < area.x1; ++x) {
       const AxisSample& ax = job.columns[std::size_t(x - area.x0)];
       const int32_t px = ax.nearest;
@@ -163,12 +164,15 @@ void RenderRows(int first, int end, void* context) {
       out[x] = OverCheckerboard(empty ? 0 : c, x, y, cell);
       if (sel) {
         // Static 4-pixel dashes where the selection bit changes to the right
-        // or below, or where a selected pixel meets the image edge.
+        // or below, or where a selected pixel meets any edge of the image
+        // (the left and top edges too, so a selection of everything shows
+        // all four sides).
         const bool here = selected(px, py);
         const int32_t rx = imageX(x + 1.5);
         const bool rightInside = rx < w, belowInside = by < h;
         const bool edge = (rightInside ? selected(rx, py) != here : here) ||
-                          (belowInside ? selected(px, by) != here : here);
+                          (belowInside ? selected(px, by) != here : here) ||
+                          (here && (imageX(x - 0.5) < 0 || ty < 0));
         if (edge) out[x] = ((x + y) & 4) ? 0xFF000000u : 0xFFFFFFFFu;
       }
     }

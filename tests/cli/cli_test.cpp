@@ -141,7 +141,7 @@ TEST(CliApply, RunsTableOperationsInOrderAndChecksRanges) {
   EXPECT_EQ(range.status, kCliUsage);
   EXPECT_NE(range.err.find("Please enter a value between 0.1 and 100."), std::string::npos);
   EXPECT_FALSE(std::filesystem::exists(dir / "x.tvl"));
-  EXPECT_EQ(Cli({u"apply", u"spiral", U(dir / "in.tvl"), U(dir / "x.tvl")}).status, kCliUsage);
+  EXPECT_EQ(Cli({u"apply", u"whiten-area", U(dir / "in.tvl"), U(dir / "x.tvl")}).status, kCliUsage);
   EXPECT_EQ(Cli({u"apply", u"frobnicate", U(dir / "in.tvl"), U(dir / "x.tvl")}).status, kCliUsage);
   EXPECT_EQ(Cli({u"apply", u"invert=3", U(dir / "in.tvl"), U(dir / "x.tvl")}).status, kCliUsage);
   EXPECT_EQ(Cli({u"apply", u"Add Noise=30,option,uniform", U(dir / "in.tvl"), U(dir / "n.tvl")}).status,
@@ -154,6 +154,21 @@ TEST(CliApply, RunsTableOperationsInOrderAndChecksRanges) {
             std::string::npos);
   EXPECT_NE(ops.out.find("hdr-tone-map (\"HDR Tone Map\") [not available yet]"), std::string::npos);
   EXPECT_NE(ops.out.find("edge-detect (\"Edge Detect\")"), std::string::npos);
+}
+
+TEST(CliApply, SpiralTakesItsColoursAfterTheRows) {
+  TempDir dir;
+  ASSERT_TRUE(WriteLayeredDocument(*CreateDocument(60, 60, 72, 0xFF808080, 0), dir / "g.tvl"));
+  Result r = Cli({u"apply", u"spiral=10,100,0,#FF0000,#0000FF", U(dir / "g.tvl"), U(dir / "s.tvl")});
+  ASSERT_EQ(r.status, kCliOk) << r.err;
+  auto doc = ReadLayeredDocument(dir / "s.tvl");
+  ASSERT_TRUE(doc);
+  const Surface& px = doc->layers[0].pixels;
+  EXPECT_EQ(px.At(35, 30), 0xFFFF0000u);  // 5.5 px right of the centre: the line
+  EXPECT_EQ(px.At(45, 30), 0xFF0000FFu);  // 15.5 px: the gap
+  EXPECT_EQ(px.At(0, 0), 0xFF808080u);    // outside the radius
+  EXPECT_EQ(Cli({u"apply", u"spiral=10,100,0,#FF0000,#0000FF,#00FF00", U(dir / "g.tvl"), U(dir / "t.tvl")}).status,
+            kCliUsage);
 }
 
 TEST(CliPaint, StrokesLikeTheCanvasAndKeepsToTheSelection) {

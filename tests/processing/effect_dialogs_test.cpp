@@ -6,6 +6,7 @@
 
 #include "app/commands.h"
 #include "processing/filters.h"
+#include "processing/spiral.h"
 
 namespace tavora {
 namespace {
@@ -52,6 +53,14 @@ TEST(EffectTable, PackersTruncateIntoTheParameterBlocks) {
   EXPECT_EQ(n.amount, 30);
   EXPECT_TRUE(n.monochromatic);
   EXPECT_FALSE(n.gaussian);  // the second choice is "Uniform"
+  EffectValues spiral{{12.7, 80, 0}, true, 0, 0x00FF0000, 0xFF0000FF};
+  SpiralParams sp;
+  FindEffect(u"spiral")->packer(spiral, &sp);
+  EXPECT_EQ(sp.thickness, 12);
+  EXPECT_EQ(sp.radiusPercent, 80);
+  EXPECT_TRUE(sp.counterClockwise);
+  EXPECT_EQ(sp.color1, 0xFFFF0000u);  // colours are laid opaque
+  EXPECT_EQ(sp.color2, 0xFF0000FFu);
 }
 
 TEST(EffectSliders, StepsMappingsAndRounding) {
@@ -91,6 +100,13 @@ TEST(EffectMemory, RememberedValuesAreCheckedAgainstTheRow) {
   EXPECT_EQ(FormatNumber(1234567.0), u"1.23457e+06");
   EXPECT_EQ(RangeHint(1, 250), u"Range: 1 \u2013 250");
   EXPECT_EQ(RangeMessage(-360, 0.5), u"Please enter a value between -360 and 0.5.");
+  // Colours: base 16, within 0..FFFFFF, and opaque when read.
+  EXPECT_EQ(FormatColor(0xFF12AB0F), u"12AB0F");
+  EXPECT_EQ(ParseRememberedColor(u"12ab0f"), 0xFF12AB0Fu);
+  EXPECT_EQ(ParseRememberedColor(u"0"), 0xFF000000u);
+  EXPECT_EQ(ParseRememberedColor(u"1000000"), std::nullopt);
+  EXPECT_EQ(ParseRememberedColor(u"-1"), std::nullopt);
+  EXPECT_EQ(ParseRememberedColor(u"green"), std::nullopt);
 }
 
 }  // namespace

@@ -200,6 +200,17 @@ TEST(CanvasRenderPass, OutsideTheImageIsTheBackgroundAndSelectionsShowTheirEdge)
   EXPECT_EQ(c.At(30, 12), 0xFF808080u);  // inside the selection
   // The dashes alternate every 4 device pixels.
   EXPECT_NE(c.At(39, 8), c.At(39, 12));
+  // Everything selected: all four sides of the image are outlined, and
+  // only they.
+  SelectionMask all(4, 4);
+  std::fill(all.Data(), all.Data() + all.ByteCount(), uint8_t{255});
+  const Canvas a = Render(img, &all, 8.0, 0, 48, 48);
+  const auto isDash = [](uint32_t p) { return p == 0xFF000000u || p == 0xFFFFFFFFu; };
+  for (int i = 9; i < 39; i += 3) {
+    EXPECT_TRUE(isDash(a.At(8, i)) && isDash(a.At(39, i))) << i;
+    EXPECT_TRUE(isDash(a.At(i, 8)) && isDash(a.At(i, 39))) << i;
+    EXPECT_EQ(a.At(20, i), 0xFF808080u) << i;
+  }
 }
 
 }  // namespace
