@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cmath>
 #include <cstdlib>
 #include <filesystem>
 #include <initializer_list>
@@ -257,11 +258,13 @@ void Say(std::string& err, std::initializer_list<std::string_view> parts) {
   err.push_back('\n');
 }
 
+// A finite number within a billion: far beyond any canvas, and safe to
+// turn into whole pixels.
 std::optional<double> ParseNumber(std::u16string_view text) {
   const std::string s = Utf16ToUtf8(text);
   char* end = nullptr;
   const double v = std::strtod(s.c_str(), &end);
-  if (s.empty() || end == s.c_str() || *end) return std::nullopt;
+  if (s.empty() || end == s.c_str() || *end || !std::isfinite(v) || std::fabs(v) > 1e9) return std::nullopt;
   return v;
 }
 
@@ -312,7 +315,7 @@ bool ParsePaintSetting(PaintJob& job, std::u16string_view key, std::u16string_vi
   for (const OptionDef* def : ToolOptionDefs(job.tool)) {
     if (def->key != key) continue;
     const auto v = ParseNumber(value);
-    if (!v || *v != static_cast<int32_t>(*v) || *v < def->minimum || *v > def->maximum) {
+    if (!v || *v < def->minimum || *v > def->maximum || *v != std::floor(*v)) {
       Say(err, {Utf16ToUtf8(key), " must be a whole number between ", std::to_string(def->minimum),
                 " and ", std::to_string(def->maximum)});
       return false;

@@ -226,6 +226,7 @@ void ApplyTheme() {
 // ---------------------------------------------------------------- documents
 
 void LayoutChildren();
+void FinishToolWork(Document& doc);
 
 void UpdateTitle() {
   Document* doc = ActiveDocument();
@@ -236,7 +237,7 @@ void UpdateTitle() {
 
 void ShowActive() {
   // Work under way with a tool belongs to the document it began on.
-  if (g.shown && g.shown != ActiveDocument()) g.input.Finish(*g.shown);
+  if (g.shown && g.shown != ActiveDocument()) FinishToolWork(*g.shown);
   g.shown = ActiveDocument();
   SetCanvasDocument(g.canvas, ActiveDocument());
   LayoutChildren();
@@ -455,9 +456,15 @@ void ToolChanged() {
   if (g.canvas) RefreshCanvasTool(g.canvas);
 }
 
+// Ends a stroke or a selection drag under way; its overlay goes too.
+void FinishToolWork(Document& doc) {
+  g.input.Finish(doc);
+  if (g.canvas) RefreshCanvasTool(g.canvas);
+}
+
 void SelectTool(int32_t id) {
   if (id == g.tools.CurrentTool()) return;
-  if (Document* doc = ActiveDocument()) g.input.Finish(*doc);
+  if (Document* doc = ActiveDocument()) FinishToolWork(*doc);
   g.tools.SetTool(id);
   g.tools.Save(AppSettings());
   ToolChanged();
@@ -467,20 +474,32 @@ void OptionChanged() {
   if (g.canvas) RefreshCanvasTool(g.canvas);
 }
 
-void ColorsChanged() {
+// The colour picker changes the colours at every move: they are shown at
+// once and remembered with the next save (tool change, exit).
+void PickedColorsChanged() {
   if (g.toolbox) RefreshToolbox(g.toolbox);
+}
+
+void ColorsChanged() {
+  PickedColorsChanged();
   g.tools.Save(AppSettings());
 }
 
 // Letters pick tools; X swaps the colours and D resets them; Backspace and
-// Esc go to a polygon under way. Whether the key was used.
-bool ToolKeyDown(WPARAM key) {
+// Esc go to a polygon under way. Whether the key was used. A held key's
+// repeats pick nothing more (a shared key would spin through its tools).
+bool ToolKeyDown(WPARAM key, LPARAM flags) {
   const bool shift = (GetKeyState(VK_SHIFT) & 0x8000) != 0;
   if (key == VK_BACK || key == VK_ESCAPE) {
     Document* doc = ActiveDocument();
-    return doc && g.input.Key(*doc, key == VK_BACK ? ToolKey::Backspace : ToolKey::Escape);
+    if (!doc || !g.input.Key(*doc, key == VK_BACK ? ToolKey::Backspace : ToolKey::Escape)) return false;
+    if (g.canvas) RefreshCanvasTool(g.canvas);
+    return true;
   }
   if (key < 'A' || key > 'Z') return false;
+  const bool repeat = (flags & (LPARAM{1} << 30)) != 0;
+  if (repeat) return ToolForKey(static_cast<char16_t>(key), shift, g.tools.CurrentTool()) >= 0 ||
+                     (!shift && (key == 'X' || key == 'D'));
   if (!shift && key == 'X') {
     std::swap(g.tools.colors.left, g.tools.colors.right);
     ColorsChanged();
@@ -708,7 +727,7 @@ void RunCommand(int32_t id) {
   // A command acts on finished work: a stroke or a selection drag under way
   // ends first. Looking around (zoom, panels, theme) leaves it alone.
   const bool viewOnly = (id >= kCmdZoomIn && id <= kCmdHistory) || id == kCmdSettings;
-  if (doc && !viewOnly) g.input.Finish(*doc);
+  if (doc && !viewOnly) FinishToolWork(*doc);
   switch (id) {
     case kCmdExit:
       SendMessageW(g.main, WM_CLOSE, 0, 0);
@@ -870,7 +889,7 @@ void LayoutChildren() {
   // the canvas, and a column at the right with History above Layers.
   const int top = g.optionsBar ? std::min(OptionsBarHeight(g.dpi), height) : 0;
   if (g.optionsBar) MoveWindow(g.optionsBar, 0, 0, width, top, TRUE);
-  const int tools = g.toolbox ? std::min(ToolboxWidth(g.dpi), width / 3) : 0;
+  const int tools = g.toolbox ? std::min(ToolboxWidth(g.dpi, height - top), width / 3) : 0;
   if (g.toolbox) MoveWindow(g.toolbox, 0, top, tools, height - top, TRUE);
   const int panel = std::min(HistoryPanelWidth(g.dpi), width / 2);
   const int below = height - top;
@@ -1038,7 +1057,7 @@ int MessageLoop() {
       key.topLevelIsMain = GetAncestor(msg.hwnd, GA_ROOT) == g.main;
       key.ctrlOrAlt = (GetKeyState(VK_CONTROL) & 0x8000) || (GetKeyState(VK_MENU) & 0x8000);
       const KeyRoute route = RouteKey(key);
-      if (route.offerToolKey && ToolKeyDown(msg.wParam)) continue;
+      if (route.offerToolKey && ToolKeyDown(msg.wParam, msg.lParam)) continue;
       if (route.useAccelerators && TranslateAcceleratorW(g.main, g.accelerators, &msg)) continue;
     }
     TranslateMessage(&msg);
@@ -1095,7 +1114,7 @@ int RunTavora(HINSTANCE instance, int showFlag) {
   g.layers = CreateLayersPanel(g.main, instance);
   g.toolbox = CreateToolbox(g.main, instance, &g.tools, {&SelectTool, &ColorsChanged});
   g.optionsBar = CreateOptionsBar(g.main, instance, &g.tools, &OptionChanged);
-  SetCanvasTools(g.canvas, &g.tools, &g.input, &ColorsChanged);
+  SetCanvasTools(g.canvas, &g.tools, &g.input, &PickedColorsChanged);
   SetToolboxTheme(g.toolbox, g.dark);
   SetOptionsBarTheme(g.optionsBar, g.dark);
   g.historyShown = AppSettings().GetInt(u"History", u"Panel", 1) != 0;

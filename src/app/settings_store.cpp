@@ -67,16 +67,31 @@ void SettingsStore::Open(const std::filesystem::path& programFolder, const Place
   }
 }
 
-std::optional<std::u16string> SettingsStore::Raw(std::u16string_view section,
-                                                 std::u16string_view key) const {
-  if (!ready_) return std::nullopt;
-  return Load(path_).Get(section, key);
+SettingsSnapshot SettingsStore::Snapshot() const {
+  return SettingsSnapshot(ready_ ? Load(path_) : IniFile::Parse(u""));
+}
+
+int32_t SettingsSnapshot::GetInt(std::u16string_view section, std::u16string_view key,
+                                 int32_t fallback) const {
+  const auto raw = ini_.Get(section, key);
+  return raw ? ParseInt(*raw) : fallback;
+}
+
+std::u16string SettingsSnapshot::GetString(std::u16string_view section, std::u16string_view key,
+                                           std::u16string_view fallback, std::size_t maxChars) const {
+  const auto raw = ini_.Get(section, key);
+  std::u16string value = raw ? *raw : std::u16string(fallback);
+  if (value.size() > maxChars) value.resize(maxChars);
+  return value;
+}
+
+bool SettingsSnapshot::Has(std::u16string_view section, std::u16string_view key) const {
+  return ini_.Get(section, key).has_value();
 }
 
 int32_t SettingsStore::GetInt(std::u16string_view section, std::u16string_view key,
                               int32_t fallback) const {
-  const auto raw = Raw(section, key);
-  return raw ? ParseInt(*raw) : fallback;
+  return Snapshot().GetInt(section, key, fallback);
 }
 
 void SettingsStore::SetInt(std::u16string_view section, std::u16string_view key, int32_t value) {
@@ -86,10 +101,7 @@ void SettingsStore::SetInt(std::u16string_view section, std::u16string_view key,
 
 std::u16string SettingsStore::GetString(std::u16string_view section, std::u16string_view key,
                                         std::u16string_view fallback, std::size_t maxChars) const {
-  const auto raw = Raw(section, key);
-  std::u16string value = raw ? *raw : std::u16string(fallback);
-  if (value.size() > maxChars) value.resize(maxChars);
-  return value;
+  return Snapshot().GetString(section, key, fallback, maxChars);
 }
 
 void SettingsStore::SetString(std::u16string_view section, std::u16string_view key,
@@ -105,6 +117,13 @@ void SettingsStore::SetStrings(std::u16string_view section,
   if (!ready_) return;
   IniFile ini = Load(path_);
   for (const auto& [key, value] : values) ini.Set(section, key, value);
+  Store(path_, ini);
+}
+
+void SettingsStore::SetMany(std::span<const Write> values) {
+  if (!ready_ || values.empty()) return;
+  IniFile ini = Load(path_);
+  for (const Write& w : values) ini.Set(w.section, w.key, w.value);
   Store(path_, ini);
 }
 

@@ -12,8 +12,25 @@
 #include <utility>
 #include <string>
 #include <string_view>
+#include <vector>
+
+#include "app/ini_file.h"
 
 namespace tavora {
+
+// The settings file as read at one moment, answering as the store does:
+// for reading many values with one read of the file.
+class SettingsSnapshot {
+ public:
+  explicit SettingsSnapshot(IniFile ini) : ini_(std::move(ini)) {}
+  int32_t GetInt(std::u16string_view section, std::u16string_view key, int32_t fallback) const;
+  std::u16string GetString(std::u16string_view section, std::u16string_view key,
+                           std::u16string_view fallback = {}, std::size_t maxChars = 32767) const;
+  bool Has(std::u16string_view section, std::u16string_view key) const;
+
+ private:
+  IniFile ini_;
+};
 
 class SettingsStore {
  public:
@@ -39,6 +56,13 @@ class SettingsStore {
   // Several keys of one section in a single write.
   void SetStrings(std::u16string_view section,
                   std::span<const std::pair<std::u16string, std::u16string>> values);
+  // Keys of several sections in a single write.
+  struct Write {
+    std::u16string section, key, value;
+  };
+  void SetMany(std::span<const Write> values);
+  // The whole file read once (empty before Open()).
+  SettingsSnapshot Snapshot() const;
   // Deletes every section not named in `keep` (names compared without
   // regard to case); an empty list deletes every section.
   void ClearSections(std::initializer_list<std::u16string_view> keep);
@@ -49,8 +73,6 @@ class SettingsStore {
   void ResetAll();
 
  private:
-  std::optional<std::u16string> Raw(std::u16string_view section, std::u16string_view key) const;
-
   std::filesystem::path path_;
   bool ready_ = false;
 };

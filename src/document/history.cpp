@@ -125,7 +125,9 @@ void BeginTiles(Document& doc, int32_t layerIndex, std::u16string_view label) {
   CommitTiles(doc);
   if (layerIndex < 0 || layerIndex >= doc.LayerCount()) return;
   const Surface& pixels = doc.layers[layerIndex].pixels;
+  static uint64_t serials = 0;
   auto record = std::make_unique<PendingTileRecord>();
+  record->serial = ++serials;
   record->layerIndex = layerIndex;
   record->columns = (pixels.Width() + kHistoryTileSize - 1) / kHistoryTileSize;
   record->rows = (pixels.Height() + kHistoryTileSize - 1) / kHistoryTileSize;

@@ -53,6 +53,7 @@ struct HistoryState {
 // Built while a stroke is in progress; the grid is a direct index, one cell
 // per 64 x 64 tile of the layer.
 struct PendingTileRecord {
+  uint64_t serial = 0;  // unique for the process: tells records apart
   int32_t layerIndex = -1;
   int32_t columns = 0, rows = 0;
   std::vector<TileBlock> grid;

@@ -26,7 +26,9 @@ struct BarState {
   void (*changed)() = nullptr;
   bool dark = true;
   bool building = false;  // controls report changes while they are filled
-  int width = -1;
+  UINT builtDpi = 0;
+  int hintX = 0;
+  HWND hint = nullptr;
   std::vector<Control> controls;
   std::vector<HWND> children;
   HFONT font = nullptr, bold = nullptr;
@@ -65,6 +67,19 @@ HWND Label(HWND bar, const std::wstring& text, int& x, HFONT font, int id = 0) {
   return label;
 }
 
+// The canvas takes the keys again once a value is entered (Enter) or left
+// alone (Esc); the main window hands its focus to the canvas.
+void BackToCanvas(HWND control) { SetFocus(GetAncestor(control, GA_ROOT)); }
+
+LRESULT CALLBACK EditKeys(HWND edit, UINT msg, WPARAM wp, LPARAM lp, UINT_PTR, DWORD_PTR) {
+  if (msg == WM_NCDESTROY) RemoveWindowSubclass(edit, &EditKeys, 1);
+  if ((msg == WM_KEYDOWN || msg == WM_CHAR) && (wp == VK_RETURN || wp == VK_ESCAPE)) {
+    if (msg == WM_KEYDOWN) BackToCanvas(edit);
+    return 0;  // no beep
+  }
+  return DefSubclassProc(edit, msg, wp, lp);
+}
+
 void MakeFonts(HWND bar) {
   for (HFONT* f : {&g_bar.font, &g_bar.bold})
     if (*f) DeleteObject(*f);
@@ -73,6 +88,17 @@ void MakeFonts(HWND bar) {
                            CLEARTYPE_QUALITY, 0, L"Segoe UI");
   g_bar.bold = CreateFontW(height, 0, 0, 0, FW_SEMIBOLD, 0, 0, 0, DEFAULT_CHARSET, 0, 0,
                            CLEARTYPE_QUALITY, 0, L"Segoe UI");
+}
+
+// The hint takes the room left at the right.
+void PlaceHint(HWND bar) {
+  if (!g_bar.hint) return;
+  RECT r;
+  GetClientRect(bar, &r);
+  const int width = std::max(S(bar, 40), static_cast<int>(r.right) - g_bar.hintX - S(bar, 8));
+  const int height = S(bar, kControlDip);
+  SetWindowPos(g_bar.hint, nullptr, g_bar.hintX, (S(bar, kHeightDip) - height) / 2, width, height,
+               SWP_NOZORDER | SWP_NOACTIVATE);
 }
 
 void Build(HWND bar) {
@@ -99,6 +125,7 @@ void Build(HWND bar) {
         control.field = Child(bar, L"EDIT", std::to_wstring(value), WS_TABSTOP | ES_NUMBER | ES_RIGHT,
                               x, width, id, g_bar.font);
         SetWindowLongPtrW(control.field, GWL_EXSTYLE, WS_EX_CLIENTEDGE);
+        SetWindowSubclass(control.field, &EditKeys, 1, 0);
         SetWindowPos(control.field, nullptr, 0, 0, 0, 0, SWP_NOMOVE | SWP_NOSIZE | SWP_NOZORDER | SWP_FRAMECHANGED);
         HWND spin = CreateWindowExW(0, UPDOWN_CLASSW, L"",
                                     WS_CHILD | WS_VISIBLE | UDS_ALIGNRIGHT | UDS_SETBUDDYINT |
@@ -139,15 +166,15 @@ void Build(HWND bar) {
     g_bar.controls.push_back(control);
     ++id;
   }
+  g_bar.hint = nullptr;
   const std::u16string_view hint = Tool(tool).hint;
   if (!hint.empty()) {
-    RECT r;
-    GetClientRect(bar, &r);
-    x += S(bar, 10);
-    const int width = std::max(S(bar, 40), static_cast<int>(r.right) - x - S(bar, 8));
-    Child(bar, L"STATIC", Wide(hint), SS_LEFT | SS_CENTERIMAGE | SS_NOPREFIX | SS_ENDELLIPSIS, x, width,
-          kFirstId - 1, g_bar.font);
+    g_bar.hintX = x + S(bar, 10);
+    g_bar.hint = Child(bar, L"STATIC", Wide(hint), SS_LEFT | SS_CENTERIMAGE | SS_NOPREFIX | SS_ENDELLIPSIS,
+                       g_bar.hintX, S(bar, 40), kFirstId - 1, g_bar.font);
+    PlaceHint(bar);
   }
+  g_bar.builtDpi = WindowDpi(bar);
   g_bar.building = false;
   InvalidateRect(bar, nullptr, TRUE);
 }
@@ -182,15 +209,17 @@ void OnCommand(HWND bar, int id, int code, HWND from) {
     case OptionControl::Choice:
       if (code == CBN_SELCHANGE)
         Store(c, ChoiceValue(*c.def, static_cast<int32_t>(SendMessageW(c.field, CB_GETCURSEL, 0, 0))));
+      if (code == CBN_CLOSEUP) BackToCanvas(bar);
       break;
     case OptionControl::Check:
       if (viaLabel && code == STN_CLICKED)
         SendMessageW(c.field, BM_SETCHECK, SendMessageW(c.field, BM_GETCHECK, 0, 0) == BST_CHECKED ? BST_UNCHECKED : BST_CHECKED, 0);
-      if (code == BN_CLICKED || (viaLabel && code == STN_CLICKED))
+      if (code == BN_CLICKED || (viaLabel && code == STN_CLICKED)) {
         Store(c, SendMessageW(c.field, BM_GETCHECK, 0, 0) == BST_CHECKED ? 1 : 0);
+        BackToCanvas(bar);
+      }
       break;
   }
-  (void)bar;
   (void)from;
 }
 
@@ -232,11 +261,10 @@ LRESULT CALLBACK BarProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
       return reinterpret_cast<LRESULT>(g_bar.field);
     }
     case WM_SIZE:
-      // Only the hint's room changes with the width.
-      if (LOWORD(lp) != g_bar.width) {
-        g_bar.width = LOWORD(lp);
-        Build(hwnd);
-      }
+      // A new dpi needs new fonts and sizes; otherwise only the hint's room
+      // changes.
+      if (WindowDpi(hwnd) != g_bar.builtDpi) Build(hwnd);
+      else PlaceHint(hwnd);
       return 0;
     case WM_DESTROY:
       for (HFONT f : {g_bar.font, g_bar.bold})

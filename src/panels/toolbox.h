@@ -16,7 +16,8 @@ void RegisterToolboxClass(HINSTANCE instance);
 // The toolbox shows and edits `tools`, which must outlive it.
 HWND CreateToolbox(HWND parent, HINSTANCE instance, ToolSettings* tools,
                    const ToolboxEvents& events);
-int ToolboxWidth(UINT dpi);
+// The width the toolbox needs at a height.
+int ToolboxWidth(UINT dpi, int height);
 void SetToolboxTheme(HWND toolbox, bool dark);
 // Redraws after the tool or the colours changed elsewhere.
 void RefreshToolbox(HWND toolbox);

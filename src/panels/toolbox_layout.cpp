@@ -1,5 +1,6 @@
 #include "panels/toolbox_layout.h"
 
+#include <algorithm>
 #include <cmath>
 #include <string_view>
 
@@ -74,16 +75,23 @@ Rect Square(int32_t x, int32_t y, int32_t side) { return {x, y, x + side, y + si
 
 std::span<const int32_t> ToolboxOrder() { return kOrder; }
 
-ToolboxLayout ComputeToolboxLayout(double scale) {
+ToolboxLayout ComputeToolboxLayout(double scale, int32_t height) {
   const auto px = [scale](int dip) { return static_cast<int32_t>(std::lround(dip * scale)); };
   ToolboxLayout layout;
   const int32_t button = px(kButton), gap = px(kGap), margin = px(kMargin);
+  const int32_t colorArea = px(8) + px(kBox) + px(4) + px(kSmall) + margin;
+  int32_t columns = 2;
+  if (height > 0) {
+    const int32_t rowsFit = std::max(1, (height - margin - colorArea + gap) / (button + gap));
+    columns = std::max(2, (kToolCount + rowsFit - 1) / rowsFit);
+  }
+  const int32_t rows = (kToolCount + columns - 1) / columns;
   for (int32_t i = 0; i < kToolCount; ++i) {
-    const int32_t x = margin + (i % 2) * (button + gap), y = margin + (i / 2) * (button + gap);
+    const int32_t x = margin + (i % columns) * (button + gap), y = margin + (i / columns) * (button + gap);
     layout.buttons[static_cast<std::size_t>(kOrder[i])] = Square(x, y, button);
   }
-  layout.width = margin * 2 + button * 2 + gap;
-  const int32_t top = margin + (kToolCount / 2) * (button + gap) + px(8);
+  layout.width = margin * 2 + button * columns + gap * (columns - 1);
+  const int32_t top = margin + rows * (button + gap) + px(8);
   const int32_t inset = (button - px(kBox)) / 2;
   layout.leftBox = Square(margin + inset, top, px(kBox));
   layout.rightBox = Square(margin + button + gap + inset, top, px(kBox));

@@ -16,9 +16,11 @@ struct ToolboxLayout {
   Rect leftBox, rightBox, swap, reset;
   int32_t width = 0, height = 0;
 };
-// All sizes scale with dpi / 96.
-ToolboxLayout ComputeToolboxLayout(double scale);
-// The tools top to bottom, two to a row.
+// All sizes scale with dpi / 96. Two columns of tools, or more when the
+// toolbox is not tall enough for them and the colour boxes (height 0: any
+// height will do).
+ToolboxLayout ComputeToolboxLayout(double scale, int32_t height = 0);
+// The tools in order, left to right and top to bottom.
 std::span<const int32_t> ToolboxOrder();
 
 enum class ToolboxPart : uint8_t { None, Tool, LeftColor, RightColor, Swap, Reset };

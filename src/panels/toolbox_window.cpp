@@ -24,10 +24,17 @@ struct ToolboxState {
   int32_t hover = -1;  // tool under the pointer
   HWND tips = nullptr;
   UINT tipsDpi = 0;
+  LONG tipsHeight = -1;
 };
 ToolboxState g_box;  // there is one toolbox
 
 double Scale(HWND hwnd) { return WindowDpi(hwnd) / 96.0; }
+
+ToolboxLayout LayoutOf(HWND hwnd) {
+  RECT r;
+  GetClientRect(hwnd, &r);
+  return ComputeToolboxLayout(Scale(hwnd), r.bottom - r.top);
+}
 
 COLORREF Ref(uint32_t argb) { return RGB((argb >> 16) & 255, (argb >> 8) & 255, argb & 255); }
 RECT Win(const Rect& r) { return {r.x0, r.y0, r.x1, r.y1}; }
@@ -110,7 +117,7 @@ void Paint(HWND hwnd) {
   FillRect(dc, &client, back);
   DeleteObject(back);
   const double scale = Scale(hwnd);
-  const ToolboxLayout layout = ComputeToolboxLayout(scale);
+  const ToolboxLayout layout = LayoutOf(hwnd);
   const COLORREF ink = dark ? RGB(0xE6, 0xE7, 0xEA) : RGB(0x26, 0x27, 0x2B);
   const int32_t current = g_box.tools ? g_box.tools->CurrentTool() : -1;
   for (int32_t id = 0; id < kToolCount; ++id) {
@@ -144,9 +151,14 @@ void Paint(HWND hwnd) {
 
 // One tooltip per button, rebuilt when the dpi moves the buttons.
 void UpdateTips(HWND hwnd) {
-  if (!g_box.tips || g_box.tipsDpi == WindowDpi(hwnd)) return;
+  RECT client;
+  GetClientRect(hwnd, &client);
+  if (!g_box.tips || (g_box.tipsDpi == WindowDpi(hwnd) && g_box.tipsHeight == client.bottom)) return;
   g_box.tipsDpi = WindowDpi(hwnd);
-  const ToolboxLayout layout = ComputeToolboxLayout(Scale(hwnd));
+  g_box.tipsHeight = client.bottom;
+  // Long tips wrap instead of running across the screen.
+  SendMessageW(g_box.tips, TTM_SETMAXTIPWIDTH, 0, MulDiv(360, static_cast<int>(g_box.tipsDpi), 96));
+  const ToolboxLayout layout = LayoutOf(hwnd);
   static std::wstring texts[kToolCount + 4];
   const auto add = [&](UINT id, const Rect& r, std::wstring text) {
     texts[id] = std::move(text);
@@ -177,7 +189,7 @@ void ColorsChanged(HWND hwnd) {
 
 void Click(HWND hwnd, int x, int y, bool doubleClick) {
   if (!g_box.tools) return;
-  const ToolboxHit hit = HitToolbox(ComputeToolboxLayout(Scale(hwnd)), x, y);
+  const ToolboxHit hit = HitToolbox(LayoutOf(hwnd), x, y);
   ColorBoxes& c = g_box.tools->colors;
   switch (hit.part) {
     case ToolboxPart::Tool:
@@ -220,12 +232,15 @@ LRESULT CALLBACK ToolboxProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
       return 0;
     case WM_ERASEBKGND:
       return 1;
+    case WM_SIZE:
+      InvalidateRect(hwnd, nullptr, FALSE);  // the columns follow the height
+      return 0;
     case WM_LBUTTONDOWN:
     case WM_LBUTTONDBLCLK:
       Click(hwnd, GET_X_LPARAM(lp), GET_Y_LPARAM(lp), msg == WM_LBUTTONDBLCLK);
       return 0;
     case WM_MOUSEMOVE: {
-      const ToolboxHit hit = HitToolbox(ComputeToolboxLayout(Scale(hwnd)), GET_X_LPARAM(lp), GET_Y_LPARAM(lp));
+      const ToolboxHit hit = HitToolbox(LayoutOf(hwnd), GET_X_LPARAM(lp), GET_Y_LPARAM(lp));
       const int32_t hover = hit.part == ToolboxPart::Tool ? hit.tool : -1;
       if (hover != g_box.hover) {
         g_box.hover = hover;
@@ -267,7 +282,7 @@ HWND CreateToolbox(HWND parent, HINSTANCE instance, ToolSettings* tools,
                          10, parent, nullptr, instance, nullptr);
 }
 
-int ToolboxWidth(UINT dpi) { return ComputeToolboxLayout(dpi / 96.0).width; }
+int ToolboxWidth(UINT dpi, int height) { return ComputeToolboxLayout(dpi / 96.0, height).width; }
 
 void SetToolboxTheme(HWND toolbox, bool dark) {
   g_box.dark = dark;

@@ -106,6 +106,7 @@ struct Stroke {
   Document* doc = nullptr;
   int32_t layer = -1;
   const PendingTileRecord* record = nullptr;
+  uint64_t serial = 0;  // the record's, so a new record at the same address is not taken for it
   BrushParams params;
   uint32_t paint = 0;
   Tip tip;
@@ -141,7 +142,18 @@ BrushParams Clamped(BrushParams p) {
 
 int32_t ToPixel(double v) { return static_cast<int32_t>(std::clamp(v, -kFarAway, kFarAway)); }
 
-bool Owns(const Document& doc) { return g.active && g.doc == &doc; }
+// A stroke ends when another history step has closed its record (an undo,
+// a layer change): painting on could not be undone.
+bool Owns(const Document& doc) {
+  if (!g.active || g.doc != &doc) return false;
+  if (!doc.pendingStroke || doc.pendingStroke.get() != g.record ||
+      doc.pendingStroke->serial != g.serial) {
+    g.active = false;
+    g.doc = nullptr;
+    return false;
+  }
+  return true;
+}
 
 // Zero coverage for a new stroke. The buffer is replaced only when the
 // canvas area changes; otherwise clearing what the last stroke wrote is
@@ -332,7 +344,7 @@ void BlurDab(Document& doc, Surface& pixels, const Rect& box, double cx, double 
     const Neighbourhood n = Gather(g.copy.data(), area, x, y);
     uint32_t mean = 0;
     if (n.a > 0) {
-      mean = (n.a + 4) / 9 << 24 | (n.r + n.a / 2) / n.a << 16 | (n.g + n.a / 2) / n.a << 8 |
+      mean = n.a / 9 << 24 | (n.r + n.a / 2) / n.a << 16 | (n.g + n.a / 2) / n.a << 8 |
              (n.b + n.a / 2) / n.a;
     }
     uint32_t& p = pixels.At(x, y);
@@ -438,7 +450,9 @@ Footprint DabFootprint(int32_t size, int32_t hardness, double cx, double cy) {
 
 void BeginStroke(Document& doc, double x, double y, int button, const BrushParams& params) {
   if (g.active) EndStroke(*g.doc);
-  if (!ActiveLayer(&doc)) return;
+  if (!ActiveLayer(&doc) || !std::isfinite(x) || !std::isfinite(y)) return;
+  x = std::clamp(x, -kFarAway, kFarAway);
+  y = std::clamp(y, -kFarAway, kFarAway);
   g.params = Clamped(params);
   g.paint = button == 2 ? g.params.secondary : g.params.primary;
   g.tip = Tip(g.params.size, g.params.hardness);
@@ -448,6 +462,7 @@ void BeginStroke(Document& doc, double x, double y, int button, const BrushParam
   g.layer = doc.active;
   BeginTiles(doc, g.layer, BrushHistoryName(g.params.tool));
   g.record = doc.pendingStroke.get();
+  g.serial = g.record ? g.record->serial : 0;
   g.carriedOrigin = static_cast<int32_t>(std::ceil(g.params.size / 2.0)) + 2;
   g.carriedSide = 2 * g.carriedOrigin + 1;
   g.carriedFilled = false;
@@ -461,17 +476,42 @@ void BeginStroke(Document& doc, double x, double y, int button, const BrushParam
 
 void ContinueStroke(Document& doc, double x, double y) {
   if (!Owns(doc) || !std::isfinite(x) || !std::isfinite(y)) return;
+  // Far beyond any canvas a position only sets the direction; keeping it
+  // within reach keeps the arithmetic of the spacing exact.
+  x = std::clamp(x, -kFarAway, kFarAway);
+  y = std::clamp(y, -kFarAway, kFarAway);
   const double dx = x - g.lastX, dy = y - g.lastY;
   const double length = std::sqrt(dx * dx + dy * dy);
-  if (!(length >= 1e-6)) return;
+  if (!(length >= 1e-6) || !std::isfinite(length)) return;
   if (length >= g.remaining) {
-    const double x0 = g.lastX, y0 = g.lastY;
-    double at = g.remaining, last = 0;
-    for (; at <= length; at += g.step) {
-      Dab(doc, x0 + dx * at / length, y0 + dy * at / length);
-      last = at;
+    // Dabs lie at path distances remaining + k x step. Only those that can
+    // reach the layer are placed, so a move far off the canvas costs
+    // nothing however long it is; the spacing carries on all the same.
+    const double lastK = std::floor((length - g.remaining) / g.step);
+    const double reach = g.params.size / 2.0 + 2;
+    double t0 = 0, t1 = 1;
+    const auto clip = [&](double p, double q) {  // Liang-Barsky: keep p t <= q
+      if (p == 0) {
+        if (q < 0) t1 = -1;
+      } else if (p < 0) {
+        t0 = std::max(t0, q / p);
+      } else {
+        t1 = std::min(t1, q / p);
+      }
+    };
+    clip(-dx, g.lastX + reach);
+    clip(dx, doc.width + reach - g.lastX);
+    clip(-dy, g.lastY + reach);
+    clip(dy, doc.height + reach - g.lastY);
+    if (t0 <= t1) {
+      const double first = std::max(0.0, std::ceil((t0 * length - g.remaining) / g.step));
+      const double last = std::min(lastK, std::floor((t1 * length - g.remaining) / g.step));
+      for (double k = first; k <= last; ++k) {
+        const double at = g.remaining + k * g.step;
+        Dab(doc, g.lastX + dx * at / length, g.lastY + dy * at / length);
+      }
     }
-    g.remaining = g.step - (length - last);
+    g.remaining = g.step - (length - (g.remaining + lastK * g.step));
   } else {
     g.remaining -= length;
   }

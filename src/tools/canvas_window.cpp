@@ -363,10 +363,14 @@ int Modifiers() {
          ((GetKeyState(VK_MENU) & 0x8000) ? kModAlt : 0);
 }
 
-// Image coordinates of the centre of a client pixel.
+// Image coordinates of the pointer. The selection tools take the corner
+// of the client pixel, so a drag from one pixel to another spans the pixels
+// between as they are drawn; the painting tools take its centre, so a dab
+// at 100 % is centred on an image pixel.
 ImagePoint ImageAt(HWND hwnd, const CanvasState& s, LPARAM lp) {
-  return ScreenToImage(ComputeLayout(*s.doc, Client(hwnd)), *s.doc, GET_X_LPARAM(lp) + 0.5,
-                       GET_Y_LPARAM(lp) + 0.5);
+  const double at = s.tools && IsSelectionTool(s.tools->CurrentTool()) ? 0.0 : 0.5;
+  return ScreenToImage(ComputeLayout(*s.doc, Client(hwnd)), *s.doc, GET_X_LPARAM(lp) + at,
+                       GET_Y_LPARAM(lp) + at);
 }
 
 void RepaintCursor(HWND hwnd, const CanvasState& s) {
@@ -397,12 +401,13 @@ void ButtonDown(HWND hwnd, CanvasState& s, UINT msg, LPARAM lp) {
   const bool doubleClick = msg == WM_LBUTTONDBLCLK || msg == WM_RBUTTONDBLCLK;
   // Space held down turns the left button into a pan with any tool.
   const int32_t tool = s.tools ? s.tools->CurrentTool() : -1;
+  // One drag at a time: a press during a pan or a stroke is ignored.
+  if (s.panning || s.toolButton) return;
   if (left && ((GetKeyState(VK_SPACE) & 0x8000) || tool == kToolPan)) {
     RepaintCursor(hwnd, s);
     StartPan(hwnd, s, lp);
     return;
   }
-  if (s.panning || s.toolButton) return;
   if (tool == kToolZoom) {
     const bool in = left && !(Modifiers() & kModAlt);
     const ClientArea c = Client(hwnd);

@@ -44,7 +44,8 @@ void SelectionTool::Press(Document& doc, int32_t toolId, double x, double y, int
   options_ = options;
   start_ = pointer_ = {x, y};
   const int32_t px = FloorToInt(x), py = FloorToInt(y);
-  if (!(modifiers & (kModCtrl | kModAlt | kModShift)) && doc.selection && doc.Bounds().Contains(px, py) &&
+  if (!(modifiers & (kModCtrl | kModAlt | kModShift)) && doc.selection &&
+      Intersect(doc.Bounds(), {0, 0, doc.selection->Width(), doc.selection->Height()}).Contains(px, py) &&
       doc.selection->At(px, py) > 0) {
     phase_ = Phase::MoveOutline;
     moveSource_ = *doc.selection;

@@ -138,7 +138,6 @@ std::vector<std::u16string_view> Words(std::u16string_view list) {
 }
 
 constexpr int32_t kMissing = -999999;
-constexpr std::u16string_view kMissingText = u"\x01";
 
 }  // namespace
 
@@ -263,24 +262,25 @@ const ToolOptions& ToolSettings::OptionsOf(int32_t id) const {
 }
 
 void ToolSettings::Load(const SettingsStore& store) {
+  const SettingsSnapshot file = store.Snapshot();
   for (int32_t id : kPersisted) {
     ToolOptions& slot = slots_[static_cast<std::size_t>(id)];
     const std::u16string section = Section(id);
     // The shared "Tools" section is the fallback; the tool's own wins.
     for (const OptionDef* def : ToolOptionDefs(id)) {
-      int32_t value = store.GetInt(u"Tools", def->key, slot.*def->field);
-      value = store.GetInt(section, def->key, value);
+      int32_t value = file.GetInt(u"Tools", def->key, slot.*def->field);
+      value = file.GetInt(section, def->key, value);
       slot.*def->field = ClampOption(*def, value);
     }
     if (HasFontName(id)) {
-      std::u16string name = store.GetString(u"Tools", u"fontname", slot.fontname, 64);
-      name = store.GetString(section, u"fontname", name, 64);
+      std::u16string name = file.GetString(u"Tools", u"fontname", slot.fontname, 64);
+      name = file.GetString(section, u"fontname", name, 64);
       if (!name.empty()) slot.fontname = name.substr(0, kMaxFontName);
     }
   }
-  colors.left = ColorFromHex(store.GetString(u"Colors", u"Primary"), colors.left);
-  colors.right = ColorFromHex(store.GetString(u"Colors", u"Secondary"), colors.right);
-  colors.selected = store.GetInt(u"Colors", u"Selected", 0) == 1 ? 1 : 0;
+  colors.left = ColorFromHex(file.GetString(u"Colors", u"Primary"), colors.left);
+  colors.right = ColorFromHex(file.GetString(u"Colors", u"Secondary"), colors.right);
+  colors.selected = file.GetInt(u"Colors", u"Selected", 0) == 1 ? 1 : 0;
   options_ = slots_[static_cast<std::size_t>(current_)];
   saved_ = slots_;
   savedColors_ = colors;
@@ -288,35 +288,31 @@ void ToolSettings::Load(const SettingsStore& store) {
 
 void ToolSettings::Save(SettingsStore& store) {
   slots_[static_cast<std::size_t>(current_)] = options_;
+  // One read to find what is missing, one write for everything.
+  const SettingsSnapshot file = store.Snapshot();
+  std::vector<SettingsStore::Write> writes;
   for (int32_t id : kPersisted) {
     const ToolOptions& now = slots_[static_cast<std::size_t>(id)];
     const ToolOptions& was = saved_[static_cast<std::size_t>(id)];
     const std::u16string section = Section(id);
-    std::vector<std::pair<std::u16string, std::u16string>> writes;
     for (const OptionDef* def : ToolOptionDefs(id)) {
       if (resetPending_ || now.*def->field != was.*def->field ||
-          store.GetInt(section, def->key, kMissing) == kMissing) {
-        std::string digits = std::to_string(now.*def->field);
-        writes.emplace_back(std::u16string(def->key), std::u16string(digits.begin(), digits.end()));
+          file.GetInt(section, def->key, kMissing) == kMissing) {
+        const std::string digits = std::to_string(now.*def->field);
+        writes.push_back({section, std::u16string(def->key), std::u16string(digits.begin(), digits.end())});
       }
     }
     if (HasFontName(id) &&
-        (resetPending_ || now.fontname != was.fontname ||
-         store.GetString(section, u"fontname", kMissingText) == kMissingText))
-      writes.emplace_back(u"fontname", now.fontname);
-    if (!writes.empty()) store.SetStrings(section, writes);
+        (resetPending_ || now.fontname != was.fontname || !file.Has(section, u"fontname")))
+      writes.push_back({section, u"fontname", now.fontname});
   }
-  std::vector<std::pair<std::u16string, std::u16string>> colorWrites;
-  const auto missing = [&](std::u16string_view key) {
-    return store.GetString(u"Colors", key, kMissingText) == kMissingText;
-  };
-  if (resetPending_ || colors.left != savedColors_.left || missing(u"Primary"))
-    colorWrites.emplace_back(u"Primary", ColorToHex(colors.left));
-  if (resetPending_ || colors.right != savedColors_.right || missing(u"Secondary"))
-    colorWrites.emplace_back(u"Secondary", ColorToHex(colors.right));
-  if (resetPending_ || colors.selected != savedColors_.selected || missing(u"Selected"))
-    colorWrites.emplace_back(u"Selected", colors.selected == 1 ? u"1" : u"0");
-  if (!colorWrites.empty()) store.SetStrings(u"Colors", colorWrites);
+  if (resetPending_ || colors.left != savedColors_.left || !file.Has(u"Colors", u"Primary"))
+    writes.push_back({u"Colors", u"Primary", ColorToHex(colors.left)});
+  if (resetPending_ || colors.right != savedColors_.right || !file.Has(u"Colors", u"Secondary"))
+    writes.push_back({u"Colors", u"Secondary", ColorToHex(colors.right)});
+  if (resetPending_ || colors.selected != savedColors_.selected || !file.Has(u"Colors", u"Selected"))
+    writes.push_back({u"Colors", u"Selected", colors.selected == 1 ? u"1" : u"0"});
+  store.SetMany(writes);
   saved_ = slots_;
   savedColors_ = colors;
   resetPending_ = false;

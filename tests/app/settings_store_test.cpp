@@ -158,6 +158,19 @@ TEST(SettingsStoreValues, TypedValuesReadAsTheSystemReadsThem) {
   EXPECT_EQ(store.GetInt(u"Tool Brush", u"neg", 0), -2147483647 - 1);
   store.SetString(u"Paths", u"LastDir", u"D:\\\u4E2D");
   EXPECT_EQ(store.GetString(u"paths", u"lastdir"), u"D:\\\u4E2D");
+
+  // A snapshot answers as the store did when it was taken.
+  const SettingsSnapshot snap = store.Snapshot();
+  const SettingsStore::Write many[] = {{u"A", u"x", u"1"}, {u"Tool Brush", u"size", u"7"}, {u"A", u"y", u"2"}};
+  store.SetMany(many);
+  EXPECT_EQ(snap.GetInt(u"tool brush", u"SIZE", 1), 42);
+  EXPECT_TRUE(snap.Has(u"Tool Brush", u"word"));
+  EXPECT_FALSE(snap.Has(u"A", u"x"));
+  EXPECT_EQ(snap.GetString(u"Tool Brush", u"name", u"", 4), u"Caf\u00E9");
+  EXPECT_EQ(store.GetInt(u"Tool Brush", u"size", 1), 7);
+  EXPECT_EQ(store.GetString(u"A", u"y"), u"2");
+  SettingsStore closed;  // before Open() there is nothing to read
+  EXPECT_FALSE(closed.Snapshot().Has(u"Tool Brush", u"size"));
 }
 
 TEST(SettingsStoreValues, AFailedWriteLeavesTheFileAsItWas) {

@@ -213,6 +213,10 @@ TEST(CliPaint, RefusesWhatItCannotDo) {
   EXPECT_EQ(Cli({u"paint", u"brush", u"1,1,1", in, out}).status, kCliUsage);
   EXPECT_EQ(Cli({u"paint", u"brush", u"color=red", u"1,1", in, out}).status, kCliUsage);
   EXPECT_EQ(Cli({u"paint", u"eraser", u"size=3", in, out}).status, kCliUsage);  // no point
+  for (std::u16string bad : {u"nan,1", u"1,inf", u"1e300,1"})
+    EXPECT_EQ(Cli({u"paint", u"brush", bad, in, out}).status, kCliUsage) << std::string(bad.begin(), bad.end());
+  EXPECT_EQ(Cli({u"paint", u"brush", u"size=1e10", u"1,1", in, out}).status, kCliUsage);
+  EXPECT_EQ(Cli({u"paint", u"brush", u"size=2.5", u"1,1", in, out}).status, kCliUsage);
   EXPECT_EQ(Cli({u"paint", u"brush", u"1,1", U(dir / "missing.tvl"), out}).status, kCliCannotOpen);
   EXPECT_FALSE(std::filesystem::exists(dir / "o.tvl"));
   EXPECT_EQ(Cli({u"paint", u"Eraser", u"button=right", u"1,1", in, out}).status, kCliOk);

@@ -37,6 +37,18 @@ TEST(ToolboxLayout, EveryToolHasItsOwnButtonAndClicksFindIt) {
   }
   // Scaled with the dpi.
   EXPECT_EQ(ComputeToolboxLayout(2.0).width, 2 * ComputeToolboxLayout(1.0).width);
+  // A short window gets more columns, so the colour boxes stay in view.
+  const ToolboxLayout tall = ComputeToolboxLayout(1.5, 2000);
+  EXPECT_EQ(tall.width, ComputeToolboxLayout(1.5).width);
+  for (int32_t height : {700, 500, 300}) {
+    const ToolboxLayout fit = ComputeToolboxLayout(1.5, height);
+    EXPECT_LE(fit.height, height) << height;
+    EXPECT_GT(fit.width, tall.width) << height;
+    for (int32_t id = 0; id < kToolCount; ++id) {
+      const Rect& r = fit.buttons[std::size_t(id)];
+      EXPECT_EQ(HitToolbox(fit, (r.x0 + r.x1) / 2, (r.y0 + r.y1) / 2).tool, id);
+    }
+  }
 }
 
 TEST(ToolboxGlyphs, EveryIconIsWellFormedOnItsGrid) {

@@ -15,12 +15,6 @@ namespace {
 
 uint32_t Px(uint32_t a, uint32_t r, uint32_t g, uint32_t b) { return a << 24 | r << 16 | g << 8 | b; }
 
-std::vector<uint32_t> AllGreys(uint32_t alpha = 255) {
-  std::vector<uint32_t> v;
-  for (uint32_t i = 0; i < 256; ++i) v.push_back(Px(alpha, i, i, i));
-  return v;
-}
-
 TEST(ToneRoutines, LerpPixelIsExactlyRoundedOnEveryChannel) {
   for (uint32_t a = 0; a < 256; a += 5)
     for (uint32_t b = 0; b < 256; b += 3)

@@ -276,6 +276,33 @@ TEST(BrushHistory, StrokesBelongToTheirDocument) {
   EXPECT_FALSE(StrokeActive());
   ContinueStroke(*a, 60, 60);
   EXPECT_EQ(a->layers[1].pixels.At(60, 60), 0u);
+
+  // An undo in the middle of a stroke closes its record: the stroke is
+  // over, and nothing more is painted that could not be undone.
+  BeginStroke(*a, 10, 10, 1, Tool(BrushTool::Brush, 5, 100));
+  ASSERT_TRUE(Undo(*a));
+  ContinueStroke(*a, 40, 40);
+  EXPECT_FALSE(StrokeActive());
+  EXPECT_EQ(a->layers[1].pixels.At(40, 40), 0u);
+  EndStroke(*a);
+  EXPECT_FALSE(a->pendingStroke);
+}
+
+TEST(BrushSpacing, MovesFarOffTheCanvasPaintOnlyWhereTheyCross) {
+  auto doc = Doc(64, 64);
+  const BrushParams p = Tool(BrushTool::Brush, 4, 100);
+  // A move across the whole number range would be 1e300 dabs; only those
+  // that can reach the layer are placed.
+  BeginStroke(*doc, 5.5, 20.5, 1, p);
+  ContinueStroke(*doc, -1e300, 20.5);
+  ContinueStroke(*doc, 1e300, 20.5);
+  ContinueStroke(*doc, std::nan(""), 3);
+  EndStroke(*doc);
+  const Surface& px = doc->layers[1].pixels;
+  for (int x = 0; x < 64; ++x) EXPECT_EQ(px.At(x, 20) >> 24, 255u) << x;
+  EXPECT_EQ(px.At(30, 40), 0u);
+  BeginStroke(*doc, std::nan(""), 1, 1, p);  // no stroke at all
+  EXPECT_FALSE(StrokeActive());
 }
 
 TEST(RetouchDabs, OneBlurDabMixesInTheNeighbourhoodAverage) {
@@ -297,6 +324,27 @@ TEST(RetouchDabs, OneBlurDabMixesInTheNeighbourhoodAverage) {
         }
       }
   }
+}
+
+TEST(RetouchDabs, BlurAlphaIsThePlainNeighbourhoodSumOverNine) {
+  auto doc = Doc(24, 24);
+  Surface& px = doc->layers[1].pixels;
+  Noise(px, 5);  // random alpha too
+  BrushParams p = Tool(BrushTool::Blur, 10, 100);
+  p.strength = 100;
+  const Surface start = px;
+  Stroke(*doc, p, {{12.0, 12.0}});
+  int checked = 0;
+  for (int y = 0; y < 24; ++y)
+    for (int x = 0; x < 24; ++x) {
+      const uint32_t m = static_cast<uint32_t>(std::min(std::trunc(RefWeight(10, 100, 12, 12, x, y) * 0.5 * 255), 255.0));
+      if (m == 0) continue;
+      const uint32_t a = start.At(x, y) >> 24, mean = uint32_t(Sum3x3(start, x, y, 24)) / 9;
+      if (a * (255 - m) + mean * m == 0) continue;
+      ASSERT_EQ(px.At(x, y) >> 24, (a * (255 - m) + mean * m + 127) / 255) << x << "," << y;
+      ++checked;
+    }
+  EXPECT_GT(checked, 50);
 }
 
 TEST(RetouchDabs, SharpenMovesAChannelAtMostSixLevelsPerDabWithUnbiasedDither) {
