@@ -3,7 +3,6 @@
 #include <windows.h>
 #include <windowsx.h>
 #include <commctrl.h>
-#include <commdlg.h>
 
 #include <algorithm>
 #include <cmath>
@@ -12,6 +11,7 @@
 
 #include "panels/toolbox.h"
 #include "panels/toolbox_layout.h"
+#include "platform/dialog_win32.h"
 #include "platform/dpi_win32.h"
 
 namespace tavora {
@@ -292,18 +292,7 @@ void SetToolboxTheme(HWND toolbox, bool dark) {
 void RefreshToolbox(HWND toolbox) { InvalidateRect(toolbox, nullptr, FALSE); }
 
 bool ChooseBoxColor(HWND owner, ToolSettings& tools, int32_t box) {
-  static COLORREF custom[16] = {};
-  uint32_t& color = box == 0 ? tools.colors.left : tools.colors.right;
-  CHOOSECOLORW cc{};
-  cc.lStructSize = sizeof cc;
-  cc.hwndOwner = owner;
-  cc.rgbResult = Ref(color);
-  cc.lpCustColors = custom;
-  cc.Flags = CC_RGBINIT | CC_FULLOPEN;
-  if (!ChooseColorW(&cc)) return false;
-  color = 0xFF000000u | (uint32_t{GetRValue(cc.rgbResult)} << 16) |
-          (uint32_t{GetGValue(cc.rgbResult)} << 8) | GetBValue(cc.rgbResult);
-  return true;
+  return ChooseColorDialog(owner, box == 0 ? tools.colors.left : tools.colors.right);
 }
 
 }  // namespace tavora

@@ -1,5 +1,7 @@
 #include "platform/dialog_win32.h"
 
+#include <commdlg.h>
+
 #include <cstring>
 
 namespace tavora {
@@ -159,6 +161,20 @@ bool RunFieldDialog(HWND owner, const std::wstring& title, std::vector<DialogFie
   return DialogBoxIndirectParamW(GetModuleHandleW(nullptr),
                                  reinterpret_cast<LPCDLGTEMPLATEW>(t.Bytes().data()), owner,
                                  DialogProc, reinterpret_cast<LPARAM>(&ctx)) == IDOK;
+}
+
+bool ChooseColorDialog(HWND owner, uint32_t& color) {
+  static COLORREF custom[16] = {};
+  CHOOSECOLORW cc{};
+  cc.lStructSize = sizeof cc;
+  cc.hwndOwner = owner;
+  cc.rgbResult = RGB((color >> 16) & 255, (color >> 8) & 255, color & 255);
+  cc.lpCustColors = custom;
+  cc.Flags = CC_RGBINIT | CC_FULLOPEN;
+  if (!ChooseColorW(&cc)) return false;
+  color = 0xFF000000u | (uint32_t{GetRValue(cc.rgbResult)} << 16) |
+          (uint32_t{GetGValue(cc.rgbResult)} << 8) | GetBValue(cc.rgbResult);
+  return true;
 }
 
 }  // namespace tavora

@@ -4,6 +4,7 @@
 // quality). Sizes are in dialog units, so they follow the system font.
 #include <windows.h>
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -27,5 +28,9 @@ struct DialogExtraButton {
 };
 bool RunFieldDialog(HWND owner, const std::wstring& title, std::vector<DialogField>& fields,
                     DialogValidator validate = nullptr, const DialogExtraButton* extra = nullptr);
+
+// The system colour chooser starting at `color` (0xAARRGGBB); on OK the
+// chosen colour, opaque, replaces it. The custom colours last the session.
+bool ChooseColorDialog(HWND owner, uint32_t& color);
 
 }  // namespace tavora

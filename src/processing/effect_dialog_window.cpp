@@ -2,7 +2,6 @@
 // them), the option, the choice and "Live preview"; previews run on timer 77.
 #include <windows.h>
 #include <commctrl.h>
-#include <commdlg.h>
 
 #include <algorithm>
 #include <cmath>
@@ -138,18 +137,7 @@ void ColorsChanged(DialogState& d) {
 }
 
 void ChooseColorOf(DialogState& d, int index) {
-  static COLORREF custom[16] = {};
-  const uint32_t c = d.colors[index];
-  CHOOSECOLORW cc{};
-  cc.lStructSize = sizeof cc;
-  cc.hwndOwner = d.window;
-  cc.rgbResult = RGB((c >> 16) & 255, (c >> 8) & 255, c & 255);
-  cc.lpCustColors = custom;
-  cc.Flags = CC_RGBINIT | CC_FULLOPEN;
-  if (!ChooseColorW(&cc)) return;
-  d.colors[index] = 0xFF000000u | (uint32_t{GetRValue(cc.rgbResult)} << 16) |
-                    (uint32_t{GetGValue(cc.rgbResult)} << 8) | GetBValue(cc.rgbResult);
-  ColorsChanged(d);
+  if (ChooseColorDialog(d.window, d.colors[index])) ColorsChanged(d);
 }
 
 // A colour button is its colour in a frame, with the focus shown inside.
