@@ -1052,12 +1052,14 @@ int MessageLoop() {
       key.focusClass = focusClass;
       key.focusIsCanvas = focusClass == u"KZCanvas";
       key.focusInMainWindow = focus && (focus == g.main || IsChild(g.main, focus));
-      key.moveToolActive = false;  // the tools arrive with their own step
+      key.moveToolActive = g.tools.CurrentTool() == kToolMove;
       key.documentActive = ActiveDocument() != nullptr;
       key.topLevelIsMain = GetAncestor(msg.hwnd, GA_ROOT) == g.main;
       key.ctrlOrAlt = (GetKeyState(VK_CONTROL) & 0x8000) || (GetKeyState(VK_MENU) & 0x8000);
       const KeyRoute route = RouteKey(key);
-      if (route.offerToolKey && ToolKeyDown(msg.wParam, msg.lParam)) continue;
+      // Arrow nudges go to the Move tool, which takes none yet; letters and
+      // Backspace/Esc go to the tool keys.
+      if ((route.offerToTool || route.offerToolKey) && ToolKeyDown(msg.wParam, msg.lParam)) continue;
       if (route.useAccelerators && TranslateAcceleratorW(g.main, g.accelerators, &msg)) continue;
     }
     TranslateMessage(&msg);
