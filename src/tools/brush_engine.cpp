@@ -238,6 +238,22 @@ uint8_t MaskAt(const Document& doc, int32_t x, int32_t y) {
   return doc.selection ? doc.selection->At(x, y) : 255;
 }
 
+// The dabs that work from the stroke-start pixels: fn(x, y, coverage, mask)
+// for each selected pixel whose coverage rises above the highest this
+// stroke has given it so far.
+template <typename Fn>
+void ForEachRaisedCoverage(const Document& doc, const Rect& box, double cx, double cy, Fn&& fn) {
+  ForEachWeighted(g.tip, box, cx, cy, [&](int32_t x, int32_t y, double w) {
+    const uint32_t c = CoverageByte(w);
+    uint8_t& reached = CoverageRow(y)[x];
+    if (c <= reached) return;
+    reached = static_cast<uint8_t>(c);
+    const uint32_t mask = MaskAt(doc, x, y);
+    if (mask == 0) return;
+    fn(x, y, c, mask);
+  });
+}
+
 // ---- Brush and Eraser: every pixel is recomputed from its stroke-start
 // value at the highest coverage the stroke has given it, so overlapping dabs
 // never build up.
@@ -247,13 +263,7 @@ void PaintDab(Document& doc, Surface& pixels, bool opaqueLayer, const Rect& box,
   const uint32_t opacity = uint32_t(g.params.opacity);
   const uint32_t paintAlpha = g.paint >> 24, paintRgb = g.paint & 0x00FFFFFFu;
   const uint32_t matte = g.params.secondary | 0xFF000000u;
-  ForEachWeighted(g.tip, box, cx, cy, [&](int32_t x, int32_t y, double w) {
-    const uint32_t c = CoverageByte(w);
-    uint8_t& reached = CoverageRow(y)[x];
-    if (c <= reached) return;
-    reached = static_cast<uint8_t>(c);
-    const uint32_t mask = MaskAt(doc, x, y);
-    if (mask == 0) return;
+  ForEachRaisedCoverage(doc, box, cx, cy, [&](int32_t x, int32_t y, uint32_t c, uint32_t mask) {
     const uint32_t a = (c * opacity / 100) * mask / 255;
     const uint32_t start = PixelBeforeStroke(doc, x, y);
     uint32_t out;
@@ -319,13 +329,7 @@ uint32_t Saturate(uint32_t pixel, double amount, int32_t range, bool more) {
 void ToneDab(Document& doc, Surface& pixels, const Rect& box, double cx, double cy) {
   const bool burn = g.params.tool == BrushTool::Burn;
   const double exposure = g.params.exposure / 100.0;
-  ForEachWeighted(g.tip, box, cx, cy, [&](int32_t x, int32_t y, double w) {
-    const uint32_t c = CoverageByte(w);
-    uint8_t& reached = CoverageRow(y)[x];
-    if (c <= reached) return;
-    reached = static_cast<uint8_t>(c);
-    const uint32_t mask = MaskAt(doc, x, y);
-    if (mask == 0) return;
+  ForEachRaisedCoverage(doc, box, cx, cy, [&](int32_t x, int32_t y, uint32_t c, uint32_t mask) {
     const double amount = exposure * (c / 255.0) * (mask / 255.0);
     pixels.At(x, y) = Saturate(PixelBeforeStroke(doc, x, y), amount, g.params.range, burn);
   });

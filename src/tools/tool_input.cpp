@@ -78,6 +78,7 @@ bool CoalescesMoves(int32_t toolId) {
 void ToolInput::Press(Document& doc, double x, double y, int button, int modifiers) {
   const int32_t tool = tools_.CurrentTool();
   const ToolOptions& options = tools_.Current();
+  button_ = button;
   if (IsSelectionTool(tool)) {
     selection_.Press(doc, tool, x, y, button, modifiers, SelectionOptions(options));
     dragging_ = button == 1;
@@ -86,10 +87,8 @@ void ToolInput::Press(Document& doc, double x, double y, int button, int modifie
     dragging_ = true;
   } else if (tool == kToolEyedropper) {
     dragging_ = true;
-    button_ = button;
     Pick(doc, x, y);
   }
-  button_ = button;
 }
 
 void ToolInput::DoubleClick(Document& doc, double x, double y, int button, int modifiers) {

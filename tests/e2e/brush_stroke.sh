@@ -34,16 +34,9 @@ stroke() {
   xdotool mouseup 1
   sleep 0.5
 }
-save_as() {
-  xdotool windowfocus --sync "$main"
-  xdotool key ctrl+shift+s
-  dlg=$(window '^Save As$') || fail "no Save As dialog"
-  xdotool windowfocus --sync "$dlg"
-  xdotool key ctrl+a
-  xdotool type --delay 15 "$(winpath "$1")"
-  xdotool key Return
-  for _ in $(seq 1 20); do [ -f "$1" ] && break; sleep 0.5; done
-  [ -f "$1" ] || fail "$1 was not written"
+saved() {
+  save_as "$1"
+  written "$1"
   sleep 0.5
 }
 flat() { "$wine_run" "$cli" convert --flatten "$(winpath "$1")" "$(winpath "$2")" >/dev/null; }
@@ -76,7 +69,7 @@ colors=$(convert "$work/undone.png" -crop "320x200+$ox+$oy" -format '%k' info:)
 [ "$colors" = "1" ] || fail "undo left $colors colours on the picture"
 xdotool key ctrl+y
 sleep 0.7
-save_as "$work/one.tvl"
+saved "$work/one.tvl"
 
 # shellcheck disable=SC2046
 "$wine_run" "$cli" paint brush size=9 $(cli_path) "$(winpath "$work/pic.png")" "$(winpath "$work/expected.tvl")" >/dev/null
@@ -92,7 +85,7 @@ stroke 100,20 150,70 200,120
 xdotool key b
 stroke 10,90 300,90
 import -window root "$out/brush-selection.png"
-save_as "$work/two.tvl"
+saved "$work/two.tvl"
 "$wine_run" "$cli" paint brush size=9 select=100,20,200,120 10.5,90.5 300.5,90.5 \
   "$(winpath "$work/one.tvl")" "$(winpath "$work/expected2.tvl")" >/dev/null
 flat "$work/two.tvl" "$work/two.png"
@@ -108,7 +101,7 @@ grep -qi '^size=9' "$work/tavora.ini" || fail "the Brush size was not remembered
 start
 # shellcheck disable=SC2086
 stroke $path
-save_as "$work/three.tvl"
+saved "$work/three.tvl"
 flat "$work/three.tvl" "$work/three.png"
 [ "$(differ "$work/three.png" "$work/expected.png")" = "0" ] || fail "after a restart the stroke differs"
 echo "brush stroke: 1 passed, 0 failed"

@@ -40,3 +40,19 @@ window() {
 splash_gone() {
   for _ in $(seq 1 20); do xdotool search --onlyvisible --name '^Tavora$' >/dev/null 2>&1 || break; sleep 0.5; done
 }
+# Save As through the real dialog of the window $main: Ctrl+Shift+S, the
+# full path, Return.
+save_as() {
+  xdotool windowfocus --sync "$main"
+  xdotool key ctrl+shift+s
+  dlg=$(window '^Save As$') || fail "no Save As dialog"
+  xdotool windowfocus --sync "$dlg"
+  xdotool key ctrl+a
+  xdotool type --delay 15 "$(winpath "$1")"
+  xdotool key Return
+}
+# Waits until the program has written a file.
+written() {
+  for _ in $(seq 1 20); do [ -f "$1" ] && return 0; sleep 0.5; done
+  fail "$(basename "$1") was not written"
+}

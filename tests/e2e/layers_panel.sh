@@ -46,15 +46,8 @@ xdotool mouseup 1
 sleep 1.5
 import -window root "$out/layers-panel.png"
 
-xdotool windowfocus --sync "$main"
-xdotool key ctrl+shift+s
-dlg=$(window '^Save As$') || fail "no Save As dialog"
-xdotool windowfocus --sync "$dlg"
-xdotool key ctrl+a
-xdotool type --delay 15 "$(winpath "$work/out.tvl")"
-xdotool key Return
-for _ in $(seq 1 20); do [ -f "$work/out.tvl" ] && break; sleep 0.5; done
-[ -f "$work/out.tvl" ] || fail "out.tvl was not written"
+save_as "$work/out.tvl"
+written "$work/out.tvl"
 
 names=$("$wine_run" "$cli" info --json "$(winpath "$work/out.tvl")" |
         python3 -c 'import json,sys; print(",".join(l["name"] for l in json.load(sys.stdin)["layers"]))')

@@ -17,19 +17,8 @@ main=$(window '^in.png - Tavora$') || fail "the picture did not open"
 sleep 3
 import -window root "$out/open-save-opened.png"
 
-save_as() {  # save_as PATH: Ctrl+Shift+S, type the path, Return
-  xdotool windowfocus --sync "$main"
-  xdotool key ctrl+shift+s
-  dlg=$(window '^Save As$') || fail "no Save As dialog"
-  xdotool windowfocus --sync "$dlg"
-  xdotool key ctrl+a
-  xdotool type --delay 15 "$(winpath "$1")"
-  xdotool key Return
-}
-
 save_as "$work/out.tvl"
-for _ in $(seq 1 20); do [ -f "$work/out.tvl" ] && break; sleep 0.5; done
-[ -f "$work/out.tvl" ] || fail "out.tvl was not written"
+written "$work/out.tvl"
 window '^out.tvl - Tavora$' >/dev/null || fail "the title did not follow the new name"
 
 save_as "$work/out.jpg"
@@ -37,8 +26,7 @@ q=$(window '^JPEG Quality$') || fail "no quality dialog"
 xdotool windowfocus --sync "$q"
 xdotool type 60
 xdotool key Return
-for _ in $(seq 1 20); do [ -f "$work/out.jpg" ] && break; sleep 0.5; done
-[ -f "$work/out.jpg" ] || fail "out.jpg was not written"
+written "$work/out.jpg"
 
 # The layered file holds exactly the picture that was opened.
 "$wine_run" "$cli" convert "$(winpath "$work/out.tvl")" "$(winpath "$work/back.png")" >/dev/null
