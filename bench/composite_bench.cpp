@@ -8,7 +8,7 @@
 #include <cstring>
 #include <random>
 
-#include "app/memory.h"
+#include "base/memory.h"
 #include "document/blend.h"
 #include "document/composite.h"
 

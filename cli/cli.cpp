@@ -9,7 +9,7 @@
 #include <optional>
 #include <memory>
 
-#include "app/unicode.h"
+#include "base/unicode.h"
 #include "document/blend.h"
 #include "document/layer_commands.h"
 #include "formats/file_formats.h"

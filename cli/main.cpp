@@ -3,8 +3,8 @@
 #include <string>
 #include <vector>
 
-#include "app/memory.h"
-#include "app/unicode.h"
+#include "base/memory.h"
+#include "base/unicode.h"
 #include "cli/cli.h"
 #ifdef _WIN32
 #include "platform/gdiplus_codecs_win32.h"

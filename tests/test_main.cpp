@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "app/memory.h"
+#include "base/memory.h"
 
 #if defined(__SANITIZE_ADDRESS__)
 // The out-of-memory tests ask for impossible sizes: the sanitizer must hand

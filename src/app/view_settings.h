@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string>
 
-#include "app/settings_store.h"
+#include "base/settings_store.h"
 
 namespace tavora {
 

@@ -3,7 +3,7 @@
 // "Max") and the rules for using it.
 #include <cstdint>
 
-#include "app/settings_store.h"
+#include "base/settings_store.h"
 
 namespace tavora {
 

@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "app/row_workers.h"
+#include "base/row_workers.h"
 #include "document/blend.h"
 #include "document/document_events.h"
 #include "document/layer_effects.h"

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "app/memory.h"
+#include "base/memory.h"
 #include "document/layer.h"
 #include "document/rect.h"
 #include "document/surface.h"

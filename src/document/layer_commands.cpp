@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "app/row_workers.h"
+#include "base/row_workers.h"
 #include "document/composite.h"
 #include "document/document_events.h"
 #include "document/history.h"

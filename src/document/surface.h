@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <memory>
 
-#include "app/memory.h"
+#include "base/memory.h"
 
 namespace tavora {
 

@@ -10,9 +10,9 @@
 #include <string_view>
 #include <vector>
 
-#include "app/settings_store.h"
+#include "base/settings_store.h"
 #include "document/document.h"
-#include "formats/codec_bridge.h"
+#include "platform/codec_bridge.h"
 
 namespace tavora {
 

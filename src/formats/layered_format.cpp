@@ -5,8 +5,8 @@
 
 #include "document/blend.h"
 #include "document/size_limits.h"
-#include "platform/file_io.h"
-#include "platform/system_paths.h"
+#include "base/file_io.h"
+#include "base/system_paths.h"
 
 namespace tavora {
 namespace {

@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "app/commands.h"
+#include "base/command_ids.h"
 #include "document/history.h"
 #include "panels/history_panel.h"
 #include "platform/dpi_win32.h"

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "app/commands.h"
+#include "base/command_ids.h"
 #include "document/blend.h"
 #include "document/composite.h"
 #include "document/document_events.h"

@@ -16,7 +16,7 @@
 #include <vector>
 
 #include "document/size_limits.h"
-#include "platform/file_io.h"
+#include "base/file_io.h"
 #include "platform/gdiplus_codecs_win32.h"
 
 namespace tavora {

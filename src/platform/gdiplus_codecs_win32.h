@@ -2,7 +2,7 @@
 // PNG, JPEG, BMP, GIF, TIFF and ICO through GDI+, as the system codec of the
 // codec bridge. Start GDI+ before the table is registered with
 // SetSystemCodec(&GdiplusCodecs()); stop it after the last decode or encode.
-#include "formats/codec_bridge.h"
+#include "platform/codec_bridge.h"
 
 namespace tavora {
 

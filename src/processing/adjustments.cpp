@@ -4,7 +4,7 @@
 #include <cmath>
 #include <cstring>
 
-#include "app/memory.h"
+#include "base/memory.h"
 #include "document/composite.h"
 #include "document/history.h"
 

@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "app/memory.h"
-#include "app/settings_store.h"
+#include "base/memory.h"
+#include "base/settings_store.h"
 #include "document/composite.h"
 #include "platform/dialog_win32.h"
 #include "platform/dpi_win32.h"

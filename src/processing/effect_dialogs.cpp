@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "app/unicode.h"
+#include "base/unicode.h"
 #include "processing/filters.h"
 #include "processing/spiral.h"
 

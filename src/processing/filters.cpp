@@ -6,8 +6,8 @@
 #include <memory>
 #include <vector>
 
-#include "app/memory.h"
-#include "app/row_workers.h"
+#include "base/memory.h"
+#include "base/row_workers.h"
 #include "processing/adjustments.h"
 
 namespace tavora {

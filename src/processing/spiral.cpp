@@ -4,7 +4,7 @@
 #include <cmath>
 #include <numbers>
 
-#include "app/row_workers.h"
+#include "base/row_workers.h"
 #include "processing/adjustments.h"
 
 namespace tavora {

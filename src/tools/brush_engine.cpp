@@ -5,7 +5,7 @@
 #include <cstring>
 #include <memory>
 
-#include "app/memory.h"
+#include "base/memory.h"
 #include "document/blend.h"
 #include "document/composite.h"
 #include "document/history.h"

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "app/row_workers.h"
+#include "base/row_workers.h"
 
 namespace tavora {
 namespace {

@@ -8,7 +8,7 @@
 #include <memory>
 #include <unordered_map>
 
-#include "app/commands.h"
+#include "base/command_ids.h"
 #include "document/composite.h"
 #include "platform/dpi_win32.h"
 #include "tools/canvas.h"

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "app/row_workers.h"
+#include "base/row_workers.h"
 #include "document/document_events.h"
 #include "document/history.h"
 #include "processing/filters.h"

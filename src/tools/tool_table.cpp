@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "app/settings_store.h"
+#include "base/settings_store.h"
 
 namespace tavora {
 namespace {

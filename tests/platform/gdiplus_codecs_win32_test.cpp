@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/file_io.h"
+#include "base/file_io.h"
 #include "temp_dir.h"
 
 namespace tavora {

@@ -4,7 +4,7 @@
 
 #include <set>
 
-#include "app/commands.h"
+#include "base/command_ids.h"
 #include "processing/filters.h"
 #include "processing/spiral.h"
 

@@ -5,7 +5,7 @@
 #include <random>
 #include <vector>
 
-#include "app/row_workers.h"
+#include "base/row_workers.h"
 #include "processing/adjustments.h"
 
 namespace tavora {

@@ -9,7 +9,7 @@
 #include <random>
 #include <vector>
 
-#include "app/row_workers.h"
+#include "base/row_workers.h"
 #include "document/document_events.h"
 #include "document/history.h"
 #include "tools/tool_table.h"

@@ -5,8 +5,8 @@
 #include <fstream>
 #include <set>
 
-#include "app/settings_store.h"
-#include "platform/file_io.h"
+#include "base/settings_store.h"
+#include "base/file_io.h"
 #include "temp_dir.h"
 
 namespace tavora {

@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "platform/system_paths.h"
+#include "base/system_paths.h"
 
 namespace tavora {
 

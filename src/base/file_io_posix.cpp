@@ -5,7 +5,7 @@
 #include <cerrno>
 #include <cstdio>
 
-#include "platform/file_io.h"
+#include "base/file_io.h"
 
 namespace tavora {
 

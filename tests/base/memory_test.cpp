@@ -1,4 +1,4 @@
-#include "app/memory.h"
+#include "base/memory.h"
 
 #include <gtest/gtest.h>
 
@@ -9,7 +9,7 @@
 #include <limits>
 #include <new>
 
-#include "platform/fatal_message.h"
+#include "base/fatal_message.h"
 
 namespace tavora {
 namespace {

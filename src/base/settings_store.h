@@ -14,7 +14,7 @@
 #include <string_view>
 #include <vector>
 
-#include "app/ini_file.h"
+#include "base/ini_file.h"
 
 namespace tavora {
 

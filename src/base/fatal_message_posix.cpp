@@ -1,6 +1,6 @@
 #include <unistd.h>
 
-#include "platform/fatal_message.h"
+#include "base/fatal_message.h"
 
 namespace tavora {
 

@@ -1,6 +1,6 @@
-#include "app/ini_file.h"
+#include "base/ini_file.h"
 
-#include "app/unicode.h"
+#include "base/unicode.h"
 
 namespace tavora {
 namespace {

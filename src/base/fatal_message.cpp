@@ -1,4 +1,4 @@
-#include "platform/fatal_message.h"
+#include "base/fatal_message.h"
 
 namespace tavora {
 namespace {

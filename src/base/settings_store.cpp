@@ -1,11 +1,11 @@
-#include "app/settings_store.h"
+#include "base/settings_store.h"
 
 #include <algorithm>
 #include <vector>
 
-#include "app/ini_file.h"
-#include "platform/file_io.h"
-#include "platform/system_paths.h"
+#include "base/ini_file.h"
+#include "base/file_io.h"
+#include "base/system_paths.h"
 
 namespace tavora {
 namespace {

@@ -1,9 +1,9 @@
-#include "app/memory.h"
+#include "base/memory.h"
 
 #include <cstdlib>
 #include <new>
 
-#include "platform/fatal_message.h"
+#include "base/fatal_message.h"
 
 namespace tavora {
 

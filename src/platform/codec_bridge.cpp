@@ -1,4 +1,4 @@
-#include "formats/codec_bridge.h"
+#include "platform/codec_bridge.h"
 
 namespace tavora {
 namespace {

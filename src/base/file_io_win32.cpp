@@ -1,6 +1,6 @@
 #include <windows.h>
 
-#include "platform/file_io.h"
+#include "base/file_io.h"
 
 
 namespace tavora {

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "platform/system_paths.h"
+#include "base/system_paths.h"
 
 namespace tavora {
 

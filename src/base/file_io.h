@@ -10,7 +10,7 @@
 #include <optional>
 #include <string>
 
-#include "app/memory.h"
+#include "base/memory.h"
 
 namespace tavora {
 

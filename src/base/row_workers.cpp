@@ -1,4 +1,4 @@
-#include "app/row_workers.h"
+#include "base/row_workers.h"
 
 #include <algorithm>
 #include <system_error>

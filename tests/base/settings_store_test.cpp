@@ -1,12 +1,12 @@
-#include "app/settings_store.h"
+#include "base/settings_store.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <fstream>
 
-#include "platform/file_io.h"
-#include "platform/system_paths.h"
+#include "base/file_io.h"
+#include "base/system_paths.h"
 #include "temp_dir.h"
 
 namespace tavora {
