@@ -149,8 +149,9 @@ struct ApplyStep {
 };
 
 // Parses "name[=v1,v2,...]"; values past the rows may name the option
-// ("option") or a choice. Empty on a problem, which `err` explains.
-std::optional<ApplyStep> ParseStep(const std::u16string& arg, std::string& err) {
+// ("option") or a choice. Empty on a problem, which `err` explains;
+// `rangeError` tells a value refused by its row from bad usage.
+std::optional<ApplyStep> ParseStep(const std::u16string& arg, std::string& err, bool& rangeError) {
   const std::size_t eq = arg.find(u'=');
   const std::u16string name = arg.substr(0, eq);
   ApplyStep step;
@@ -179,23 +180,16 @@ std::optional<ApplyStep> ParseStep(const std::u16string& arg, std::string& err) 
     const std::size_t comma = std::min(arg.find(u',', pos), arg.size());
     const std::u16string token = arg.substr(pos, comma - pos);
     pos = comma + 1;
-    if (token.empty()) {
-      ++row;  // an empty value keeps the default
-      continue;
-    }
     if (row < step.effect->rows.size()) {
+      // Rounded to the row's decimals as the dialog's slider would store it.
       const ParamRow& r = step.effect->rows[row];
-      const std::string text = Utf16ToUtf8(token);
-      char* end = nullptr;
-      const double v = std::strtod(text.c_str(), &end);
-      if (end == text.c_str() || *end || v < r.minimum || v > r.maximum) {
-        char message[128];
-        std::snprintf(message, sizeof message, "Please enter a value between %g and %g.", r.minimum,
-                      r.maximum);
-        err += Utf16ToUtf8(r.label) + " " + message + "\n";
+      const auto v = ParseTypedValue(token, r);
+      if (!v) {
+        err += Utf16ToUtf8(r.label) + " " + Utf16ToUtf8(RangeMessage(r.minimum, r.maximum)) + "\n";
+        rangeError = true;
         return std::nullopt;
       }
-      step.values.rows[row++] = v;
+      step.values.rows[row++] = *v;
       continue;
     }
     if (!step.effect->optionLabel.empty() && token == u"option") {
@@ -284,7 +278,7 @@ std::optional<std::vector<double>> ParseNumbers(std::u16string_view text, std::s
 }
 
 bool ParsePaintSetting(PaintJob& job, std::u16string_view key, std::u16string_view value,
-                       std::string& err) {
+                       std::string& err, bool& rangeError) {
   if (key == u"color" || key == u"secondary") {
     const uint32_t color = ColorFromHex(value, 0);
     if (color == 0) {
@@ -314,10 +308,13 @@ bool ParsePaintSetting(PaintJob& job, std::u16string_view key, std::u16string_vi
   }
   for (const OptionDef* def : ToolOptionDefs(job.tool)) {
     if (def->key != key) continue;
-    const auto v = ParseNumber(value);
-    if (!v || *v < def->minimum || *v > def->maximum || *v != std::floor(*v)) {
-      Say(err, {Utf16ToUtf8(key), " must be a whole number between ", std::to_string(def->minimum),
-                " and ", std::to_string(def->maximum)});
+    // Whole numbers, as the options bar stores them.
+    const ParamRow row{def->label, double(def->minimum), double(def->maximum), double(def->fallback), 0,
+                       RowKind::Edit};
+    const auto v = ParseTypedValue(value, row);
+    if (!v) {
+      Say(err, {Utf16ToUtf8(key), ": ", Utf16ToUtf8(RangeMessage(row.minimum, row.maximum))});
+      rangeError = true;
       return false;
     }
     job.options.*def->field = static_cast<int32_t>(*v);
@@ -327,7 +324,8 @@ bool ParsePaintSetting(PaintJob& job, std::u16string_view key, std::u16string_vi
   return false;
 }
 
-std::optional<PaintJob> ParsePaint(const std::vector<std::u16string>& args, std::string& err) {
+std::optional<PaintJob> ParsePaint(const std::vector<std::u16string>& args, std::string& err,
+                                   bool& rangeError) {
   PaintJob job;
   std::u16string name = args[1];
   for (char16_t& c : name) c = (c >= u'a' && c <= u'z') ? char16_t(c - 32) : c;
@@ -345,7 +343,8 @@ std::optional<PaintJob> ParsePaint(const std::vector<std::u16string>& args, std:
   for (std::size_t i = 2; i + 2 < args.size(); ++i) {
     const std::u16string_view arg = args[i];
     if (const std::size_t eq = arg.find(u'='); eq != arg.npos) {
-      if (!ParsePaintSetting(job, arg.substr(0, eq), arg.substr(eq + 1), err)) return std::nullopt;
+      if (!ParsePaintSetting(job, arg.substr(0, eq), arg.substr(eq + 1), err, rangeError))
+        return std::nullopt;
     } else if (const auto xy = ParseNumbers(arg, 2)) {
       job.path.push_back({(*xy)[0], (*xy)[1]});
     } else {
@@ -400,8 +399,9 @@ int RunCli(const std::vector<std::u16string>& args, std::string& out, std::strin
     if (args.size() < 4) return Usage(err);
     std::vector<ApplyStep> steps;
     for (std::size_t i = 1; i + 2 < args.size(); ++i) {
-      auto step = ParseStep(args[i], err);
-      if (!step) return Usage(err);
+      bool rangeError = false;
+      auto step = ParseStep(args[i], err, rangeError);
+      if (!step) return rangeError ? kCliUsage : Usage(err);
       steps.push_back(std::move(*step));
     }
     const auto in = ToPath(args[args.size() - 2]), outPath = ToPath(args.back());
@@ -416,8 +416,9 @@ int RunCli(const std::vector<std::u16string>& args, std::string& out, std::strin
   }
   if (command == u"paint") {
     if (args.size() < 5) return Usage(err);
-    const auto job = ParsePaint(args, err);
-    if (!job) return Usage(err);
+    bool rangeError = false;
+    const auto job = ParsePaint(args, err, rangeError);
+    if (!job) return rangeError ? kCliUsage : Usage(err);
     const auto in = ToPath(args[args.size() - 2]), outPath = ToPath(args.back());
     auto doc = OpenDocument(in);
     if (!doc) return CannotOpen(in, err);

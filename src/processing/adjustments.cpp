@@ -355,7 +355,7 @@ void AutoColor(uint32_t* pixels, int32_t width, int32_t height, const void*) {
     }
     if (q > 0) {
       for (int k = 0; k < 3; ++k) {
-        const double mean = static_cast<double>(sums[k] / q) / 255.0;
+        const double mean = (static_cast<double>(sums[k]) / static_cast<double>(q)) / 255.0;
         if (mean < 0.06) exponent[k] = 0.6;
         else if (mean > 0.94) exponent[k] = 1.7;
         else exponent[k] = std::clamp(std::log(128.0 / 255.0) / std::log(mean), 0.6, 1.7);

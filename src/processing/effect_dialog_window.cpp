@@ -50,17 +50,19 @@ std::wstring Format(double v, uint32_t decimals) {
   return text;
 }
 
-// The values on screen; an edit-only row's typed value is clamped to its range.
-EffectValues ReadValues(const DialogState& d) {
+// The values on screen. A row whose text is not a number in its range
+// (empty, "nan", out of range) is named in `badRow` and keeps its default.
+EffectValues ReadValues(const DialogState& d, int* badRow = nullptr) {
   EffectValues v;
+  if (badRow) *badRow = -1;
   for (std::size_t i = 0; i < d.def->rows.size(); ++i) {
     const ParamRow& row = d.def->rows[i];
     wchar_t text[64] = {};
     GetWindowTextW(d.edits[i], text, 64);
-    wchar_t* end = nullptr;
-    double value = wcstod(text, &end);
-    if (end == text || !std::isfinite(value)) value = row.fallback;
-    v.rows.push_back(std::clamp(value, row.minimum, row.maximum));
+    const std::wstring_view typed(text);
+    const auto value = ParseTypedValue(std::u16string(typed.begin(), typed.end()), row);
+    if (!value && badRow && *badRow < 0) *badRow = static_cast<int>(i);
+    v.rows.push_back(value.value_or(row.fallback));
   }
   v.option = d.option && SendMessageW(d.option, BM_GETCHECK, 0, 0) == BST_CHECKED;
   v.choice = d.choice ? static_cast<int32_t>(SendMessageW(d.choice, CB_GETCURSEL, 0, 0)) : 0;
@@ -98,11 +100,14 @@ void Preview(DialogState& d) {
     RestoreSaved(d, true);
     return;
   }
+  int bad = -1;
+  const EffectValues values = ReadValues(d, &bad);
+  if (bad >= 0) return;  // half-typed: the last preview stays until the value is whole
   const std::size_t n = std::size_t(d.work.Width()) * std::size_t(d.work.Height());
   std::unique_ptr<uint32_t[], FreeDeleter> copy(static_cast<uint32_t*>(CheckedAlloc(n * 4)));
   std::memcpy(copy.get(), d.saved.get(), n * 4);
   alignas(8) unsigned char block[64] = {};
-  d.def->packer(ReadValues(d), block);
+  d.def->packer(values, block);
   HCURSOR old = SetCursor(LoadCursorW(nullptr, IDC_WAIT));
   d.def->operation(copy.get(), d.work.Width(), d.work.Height(), block);
   SetCursor(old);
@@ -180,6 +185,16 @@ LRESULT CALLBACK DialogProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
     case WM_COMMAND: {
       const int id = LOWORD(wp);
       if (id == IDOK) {
+        int bad = -1;
+        ReadValues(*d, &bad);
+        if (bad >= 0) {
+          const ParamRow& row = d->def->rows[static_cast<std::size_t>(bad)];
+          const std::u16string message = RangeMessage(row.minimum, row.maximum);
+          MessageBoxW(hwnd, Wide(message).c_str(), L"Tavora", MB_OK | MB_ICONINFORMATION);
+          SetFocus(d->edits[static_cast<std::size_t>(bad)]);
+          SendMessageW(d->edits[static_cast<std::size_t>(bad)], EM_SETSEL, 0, -1);
+          return 0;
+        }
         d->done = d->applied = true;
         return 0;
       }
@@ -208,10 +223,12 @@ LRESULT CALLBACK DialogProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
       }
       if (id >= kRowId && id < kRowId + 6 && HIWORD(wp) == EN_CHANGE && !d->syncing) {
         const std::size_t i = static_cast<std::size_t>(id - kRowId);
-        if (d->sliders[i]) {
-          const EffectValues v = ReadValues(*d);
-          SendMessageW(d->sliders[i], TBM_SETPOS, TRUE, SliderPosition(d->def->rows[i], v.rows[i]));
-        }
+        wchar_t text[64] = {};
+        GetWindowTextW(d->edits[i], text, 64);
+        const std::wstring_view typed(text);
+        const auto value = ParseTypedValue(std::u16string(typed.begin(), typed.end()), d->def->rows[i]);
+        if (d->sliders[i] && value)
+          SendMessageW(d->sliders[i], TBM_SETPOS, TRUE, SliderPosition(d->def->rows[i], *value));
         Restart(*d, 90);
         return 0;
       }
@@ -340,22 +357,22 @@ bool RunEffectDialog(HWND owner, Document& doc, const EffectDef& def, uint32_t p
     d.choice = Control(d.window, L"ComboBox", L"", CBS_DROPDOWNLIST | WS_TABSTOP | WS_VSCROLL, S(158), y,
                        S(150), S(200), kChoiceId, font);
     for (auto c : def.choices) SendMessageW(d.choice, CB_ADDSTRING, 0, reinterpret_cast<LPARAM>(Wide(c).c_str()));
-    const int32_t stored = AppSettings().GetInt(section, key(kChoiceId), 0);
+    const int32_t last = static_cast<int32_t>(def.choices.size()) - 1;
     SendMessageW(d.choice, CB_SETCURSEL,
-                 stored >= 0 && stored < static_cast<int32_t>(def.choices.size()) ? stored : 0, 0);
+                 ParseRememberedIndex(AppSettings().GetString(section, key(kChoiceId)), last).value_or(0), 0);
     y += S(30);
   }
   if (!def.optionLabel.empty()) {
     d.option = Control(d.window, L"Button", Wide(def.optionLabel), BS_AUTOCHECKBOX | WS_TABSTOP, S(14), y,
                        S(400), S(24), kOptionId, font);
-    const int32_t stored = AppSettings().GetInt(section, key(kOptionId), 0);
+    const int32_t stored = ParseRememberedIndex(AppSettings().GetString(section, key(kOptionId)), 1).value_or(0);
     SendMessageW(d.option, BM_SETCHECK, stored == 1 ? BST_CHECKED : BST_UNCHECKED, 0);
     y += S(30);
   }
   d.preview = Control(d.window, L"Button", L"Live preview", BS_AUTOCHECKBOX | WS_TABSTOP, S(14), y + S(6),
                       S(200), S(24), kPreviewId, font);
-  const int32_t storedLive = AppSettings().GetInt(section, key(kPreviewId), def.livePreview ? 1 : 0);
-  const bool live = storedLive == 0 || storedLive == 1 ? storedLive == 1 : def.livePreview;
+  const bool live = ParseRememberedIndex(AppSettings().GetString(section, key(kPreviewId)), 1)
+                        .value_or(def.livePreview ? 1 : 0) == 1;
   SendMessageW(d.preview, BM_SETCHECK, live ? BST_CHECKED : BST_UNCHECKED, 0);
   Control(d.window, L"Button", L"Apply", BS_DEFPUSHBUTTON | WS_TABSTOP, width - S(200), y + S(4), S(88), S(28),
           IDOK, font);
@@ -401,20 +418,16 @@ bool RunEffectDialog(HWND owner, Document& doc, const EffectDef& def, uint32_t p
 namespace tavora {
 namespace {
 
-struct PromptRange {
-  double minimum, maximum;
-};
-PromptRange g_promptRange{0, 0};
+ParamRow g_promptRow{};  // the prompt's one row, for its check
+
+std::optional<double> PromptTyped(const std::vector<DialogField>& fields) {
+  const std::wstring& typed = fields[0].value;
+  return ParseTypedValue(std::u16string(typed.begin(), typed.end()), g_promptRow);
+}
 
 std::wstring PromptProblem(const std::vector<DialogField>& fields) {
-  wchar_t* end = nullptr;
-  const double v = wcstod(fields[0].value.c_str(), &end);
-  if (end == fields[0].value.c_str() || !std::isfinite(v) || v < g_promptRange.minimum ||
-      v > g_promptRange.maximum) {
-    const std::u16string message = RangeMessage(g_promptRange.minimum, g_promptRange.maximum);
-    return std::wstring(message.begin(), message.end());
-  }
-  return {};
+  if (PromptTyped(fields)) return {};
+  return Wide(RangeMessage(g_promptRow.minimum, g_promptRow.maximum));
 }
 
 }  // namespace
@@ -430,9 +443,9 @@ bool PromptValue(HWND owner, std::u16string_view title, std::u16string_view labe
   const std::u16string hint = RangeHint(minimum, maximum);
   std::vector<DialogField> fields{{Wide(label), Format(start, decimals), {}},
                                   {Wide(hint), L"", {}, true}};
-  g_promptRange = {minimum, maximum};
+  g_promptRow = {label, minimum, maximum, value, decimals, RowKind::Edit};
   if (!RunFieldDialog(owner, Wide(title), fields, &PromptProblem)) return false;
-  value = RoundToDecimals(wcstod(fields[0].value.c_str(), nullptr), decimals);
+  value = *PromptTyped(fields);
   if (remember) AppSettings().SetString(section, u"c1", FormatNumber(value));
   return true;
 }

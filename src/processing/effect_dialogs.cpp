@@ -229,14 +229,35 @@ std::u16string FormatNumber(double value) {
   return Utf8ToUtf16(text);
 }
 
-std::optional<double> ParseRemembered(std::u16string_view text, const ParamRow& row) {
+std::optional<double> ParseFiniteNumber(std::u16string_view text) {
+  while (!text.empty() && (text.front() == u' ' || text.front() == u'\t')) text.remove_prefix(1);
+  while (!text.empty() && (text.back() == u' ' || text.back() == u'\t')) text.remove_suffix(1);
   const std::string utf8 = Utf16ToUtf8(text);
+  if (utf8.empty()) return std::nullopt;
   char* end = nullptr;
   const double v = std::strtod(utf8.c_str(), &end);
-  if (end == utf8.c_str()) return std::nullopt;
-  while (*end == ' ' || *end == '\t') ++end;
-  if (*end || !std::isfinite(v) || v < row.minimum || v > row.maximum) return std::nullopt;
+  if (*end || !std::isfinite(v)) return std::nullopt;
   return v;
+}
+
+std::optional<double> ParseTypedValue(std::u16string_view text, const ParamRow& row) {
+  const auto v = ParseFiniteNumber(text);
+  if (!v) return std::nullopt;
+  const double rounded = RoundToDecimals(*v, row.decimals);
+  if (rounded < row.minimum || rounded > row.maximum) return std::nullopt;
+  return rounded;
+}
+
+std::optional<double> ParseRemembered(std::u16string_view text, const ParamRow& row) {
+  const auto v = ParseFiniteNumber(text);
+  if (!v || *v < row.minimum || *v > row.maximum) return std::nullopt;
+  return v;
+}
+
+std::optional<int32_t> ParseRememberedIndex(std::u16string_view text, int32_t limit) {
+  const auto v = ParseFiniteNumber(text);
+  if (!v || *v != std::floor(*v) || *v < 0 || *v > limit) return std::nullopt;
+  return static_cast<int32_t>(*v);
 }
 
 std::u16string FormatColor(uint32_t color) {

@@ -76,6 +76,15 @@ int32_t SliderPosition(const ParamRow& row, double value);
 // A slider row's value as read: rounded to the row's decimals.
 double RoundToDecimals(double value, uint32_t decimals);
 
+// The whole text as one finite number (spaces around it allowed); nothing
+// for an empty text, trailing characters, "nan" or "inf".
+std::optional<double> ParseFiniteNumber(std::u16string_view text);
+// A value typed into a row (the dialog's field, tavora-cli): a finite
+// number rounded to the row's decimals as its slider would store it, and
+// then within the row's range. Nothing otherwise: the caller shows
+// RangeMessage.
+std::optional<double> ParseTypedValue(std::u16string_view text, const ParamRow& row);
+
 // The single-value prompt's texts: "Range: %g – %g" and, for a value out
 // of range, "Please enter a value between %g and %g.".
 std::u16string RangeHint(double minimum, double maximum);
@@ -85,6 +94,9 @@ std::u16string RangeMessage(double minimum, double maximum);
 std::u16string RememberSection(const EffectDef& def);
 std::u16string FormatNumber(double value);             // "%.6g"
 std::optional<double> ParseRemembered(std::u16string_view text, const ParamRow& row);
+// A remembered checkbox (limit 1) or choice (limit: the last index): a
+// whole number 0..limit, else nothing and the control keeps its default.
+std::optional<int32_t> ParseRememberedIndex(std::u16string_view text, int32_t limit);
 // A colour: "%06X" of its red, green and blue, and back (base 16, not
 // negative, at most FFFFFF; made opaque).
 std::u16string FormatColor(uint32_t color);

@@ -7,11 +7,13 @@
 #include "processing/adjustments.h"
 #include "tools/brush_engine.h"
 #include "tools/selection.h"
+#include "pixels.h"
 #include "temp_dir.h"
 
 namespace tavora {
 namespace {
 
+using testing_support::SamePixels;
 using testing_support::TempDir;
 
 struct Result {
@@ -128,7 +130,7 @@ TEST(CliApply, RunsTableOperationsInOrderAndChecksRanges) {
   TempDir dir;
   auto doc = CreateDocument(4, 4, 72, 0xFF204080, 0);
   ASSERT_TRUE(WriteLayeredDocument(*doc, dir / "in.tvl"));
-  Result r = Cli({u"apply", u"invert", u"brightness-contrast=10,", U(dir / "in.tvl"), U(dir / "out.tvl")});
+  Result r = Cli({u"apply", u"invert", u"brightness-contrast=10", U(dir / "in.tvl"), U(dir / "out.tvl")});
   ASSERT_EQ(r.status, kCliOk) << r.err;
   auto out = ReadLayeredDocument(dir / "out.tvl");
   ASSERT_TRUE(out);
@@ -137,10 +139,21 @@ TEST(CliApply, RunsTableOperationsInOrderAndChecksRanges) {
   EXPECT_EQ(out->layers[0].pixels.At(1, 1),
             0xFF000000u | uint32_t(table[0xDF]) << 16 | uint32_t(table[0xBF]) << 8 | table[0x7F]);
 
-  Result range = Cli({u"apply", u"gaussian-blur=250", U(dir / "in.tvl"), U(dir / "x.tvl")});
-  EXPECT_EQ(range.status, kCliUsage);
-  EXPECT_NE(range.err.find("Please enter a value between 0.1 and 100."), std::string::npos);
-  EXPECT_FALSE(std::filesystem::exists(dir / "x.tvl"));
+  // Values out of range, not finite or empty: the row's message alone, nothing written.
+  for (std::u16string bad : {u"gaussian-blur=250", u"gaussian-blur=nan", u"gaussian-blur=inf",
+                             u"gaussian-blur=", u"gaussian-blur=0.04", u"brightness-contrast=10,",
+                             u"gaussian-blur=2x"}) {
+    Result range = Cli({u"apply", bad, U(dir / "in.tvl"), U(dir / "x.tvl")});
+    EXPECT_EQ(range.status, kCliUsage) << std::string(bad.begin(), bad.end());
+    EXPECT_NE(range.err.find("Please enter a value between "), std::string::npos) << range.err;
+    EXPECT_EQ(range.err.find("usage:"), std::string::npos) << range.err;
+    EXPECT_FALSE(std::filesystem::exists(dir / "x.tvl"));
+  }
+  // A typed value is rounded to the row's decimals, as the slider stores it:
+  // threshold 127.6 is 128, which turns luminance 127 black (127 would not).
+  ASSERT_TRUE(WriteLayeredDocument(*CreateDocument(2, 2, 72, 0xFF7F7F7F, 0), dir / "grey.tvl"));
+  ASSERT_EQ(Cli({u"apply", u"threshold=127.6", U(dir / "grey.tvl"), U(dir / "t.tvl")}).status, kCliOk);
+  EXPECT_EQ(ReadLayeredDocument(dir / "t.tvl")->layers[0].pixels.At(0, 0), 0xFF000000u);
   EXPECT_EQ(Cli({u"apply", u"whiten-area", U(dir / "in.tvl"), U(dir / "x.tvl")}).status, kCliUsage);
   EXPECT_EQ(Cli({u"apply", u"frobnicate", U(dir / "in.tvl"), U(dir / "x.tvl")}).status, kCliUsage);
   EXPECT_EQ(Cli({u"apply", u"invert=3", U(dir / "in.tvl"), U(dir / "x.tvl")}).status, kCliUsage);
@@ -205,9 +218,12 @@ TEST(CliPaint, RefusesWhatItCannotDo) {
   TempDir dir;
   ASSERT_TRUE(WriteLayeredDocument(*CreateDocument(8, 8, 72, 0xFFFFFFFF, 0), dir / "w.tvl"));
   const std::u16string in = U(dir / "w.tvl"), out = U(dir / "o.tvl");
-  Result r = Cli({u"paint", u"brush", u"size=501", u"1,1", in, out});
-  EXPECT_EQ(r.status, kCliUsage);
-  EXPECT_NE(r.err.find("size must be a whole number between 1 and 500"), std::string::npos);
+  for (std::u16string bad : {u"size=501", u"size=nan", u"size=", u"size=1e10"}) {
+    Result r = Cli({u"paint", u"brush", bad, u"1,1", in, out});
+    EXPECT_EQ(r.status, kCliUsage);
+    EXPECT_NE(r.err.find("size: Please enter a value between 1 and 500."), std::string::npos) << r.err;
+    EXPECT_EQ(r.err.find("usage:"), std::string::npos);
+  }
   EXPECT_EQ(Cli({u"paint", u"brush", u"tolerance=5", u"1,1", in, out}).status, kCliUsage);
   EXPECT_EQ(Cli({u"paint", u"fill", u"1,1", in, out}).status, kCliUsage);
   EXPECT_EQ(Cli({u"paint", u"brush", u"1,1,1", in, out}).status, kCliUsage);
@@ -215,11 +231,14 @@ TEST(CliPaint, RefusesWhatItCannotDo) {
   EXPECT_EQ(Cli({u"paint", u"eraser", u"size=3", in, out}).status, kCliUsage);  // no point
   for (std::u16string bad : {u"nan,1", u"1,inf", u"1e300,1"})
     EXPECT_EQ(Cli({u"paint", u"brush", bad, in, out}).status, kCliUsage) << std::string(bad.begin(), bad.end());
-  EXPECT_EQ(Cli({u"paint", u"brush", u"size=1e10", u"1,1", in, out}).status, kCliUsage);
-  EXPECT_EQ(Cli({u"paint", u"brush", u"size=2.5", u"1,1", in, out}).status, kCliUsage);
   EXPECT_EQ(Cli({u"paint", u"brush", u"1,1", U(dir / "missing.tvl"), out}).status, kCliCannotOpen);
   EXPECT_FALSE(std::filesystem::exists(dir / "o.tvl"));
   EXPECT_EQ(Cli({u"paint", u"Eraser", u"button=right", u"1,1", in, out}).status, kCliOk);
+  // Rounded as the options bar would store it: size 2.5 paints as size 3.
+  ASSERT_EQ(Cli({u"paint", u"brush", u"size=2.5", u"hardness=100", u"4,4", in, out}).status, kCliOk);
+  ASSERT_EQ(Cli({u"paint", u"brush", u"size=3", u"hardness=100", u"4,4", in, U(dir / "3.tvl")}).status, kCliOk);
+  EXPECT_TRUE(SamePixels(ReadLayeredDocument(dir / "o.tvl")->layers[0].pixels,
+                         ReadLayeredDocument(dir / "3.tvl")->layers[0].pixels));
 }
 
 }  // namespace

@@ -13,11 +13,13 @@
 #include <vector>
 
 #include "base/file_io.h"
+#include "pixels.h"
 #include "temp_dir.h"
 
 namespace tavora {
 namespace {
 
+using testing_support::SamePixels;
 using testing_support::TempDir;
 using Bytes = std::vector<uint8_t>;
 
@@ -46,18 +48,6 @@ Surface Picture(int32_t w, int32_t h, Fn pixel) {
   for (int32_t y = 0; y < h; ++y)
     for (int32_t x = 0; x < w; ++x) s.At(x, y) = pixel(x, y);
   return s;
-}
-
-::testing::AssertionResult SamePixels(const Surface& got, const Surface& want) {
-  if (got.Width() != want.Width() || got.Height() != want.Height())
-    return ::testing::AssertionFailure() << "size " << got.Width() << "x" << got.Height()
-                                         << ", want " << want.Width() << "x" << want.Height();
-  for (int32_t y = 0; y < want.Height(); ++y)
-    for (int32_t x = 0; x < want.Width(); ++x)
-      if (got.At(x, y) != want.At(x, y))
-        return ::testing::AssertionFailure() << "pixel (" << x << "," << y << ") is " << std::hex
-                                             << got.At(x, y) << ", want " << want.At(x, y);
-  return ::testing::AssertionSuccess();
 }
 
 // Wine's GDI+ ignores the JPEG quality setting.

@@ -239,6 +239,17 @@ TEST(AutoAdjustments, AutoColorNeutralisesACast) {
   const uint32_t mid = px[128];
   const int r = (mid >> 16) & 255, g = (mid >> 8) & 255, b = mid & 255;
   EXPECT_LT(std::abs(r - b), 20) << r << " " << g << " " << b;  // was 60 apart
+
+  // The grey-balance means keep their fractions: the near-neutral pixels
+  // average 100.45 in red and green but exactly 100 in blue, so a dark grey
+  // of 50 comes out 76 in red and green and 77 in blue (an integer mean
+  // would give 77 everywhere). Black and white make the first tables plain.
+  std::vector<uint32_t> balance = {Px(255, 0, 0, 0), Px(255, 255, 255, 255), Px(255, 50, 50, 50)};
+  for (int i = 0; i < 2; ++i) balance.push_back(Px(255, 100, 100, 100));
+  for (int i = 0; i < 9; ++i) balance.push_back(Px(255, 101, 100, 100));
+  for (int i = 0; i < 9; ++i) balance.push_back(Px(255, 100, 101, 100));
+  AutoColor(balance.data(), static_cast<int32_t>(balance.size()), 1, nullptr);
+  EXPECT_EQ(balance[2], Px(255, 76, 76, 77));
 }
 
 // A stand-in filter: each pixel takes its left neighbour's colour, so the

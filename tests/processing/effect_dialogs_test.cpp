@@ -107,6 +107,30 @@ TEST(EffectMemory, RememberedValuesAreCheckedAgainstTheRow) {
   EXPECT_EQ(ParseRememberedColor(u"1000000"), std::nullopt);
   EXPECT_EQ(ParseRememberedColor(u"-1"), std::nullopt);
   EXPECT_EQ(ParseRememberedColor(u"green"), std::nullopt);
+  // Checkboxes and choices: a whole number within the control's limit, else
+  // the default; a "Live preview" of "abc" is not a 0 that would switch it off.
+  EXPECT_EQ(ParseRememberedIndex(u"abc", 1), std::nullopt);
+  EXPECT_EQ(ParseRememberedIndex(u"", 1), std::nullopt);
+  EXPECT_EQ(ParseRememberedIndex(u"2", 1), std::nullopt);
+  EXPECT_EQ(ParseRememberedIndex(u"0.5", 1), std::nullopt);
+  EXPECT_EQ(ParseRememberedIndex(u"0", 1), 0);
+  EXPECT_EQ(ParseRememberedIndex(u" 1 ", 1), 1);
+  EXPECT_EQ(ParseRememberedIndex(u"-1", 3), std::nullopt);
+}
+
+TEST(EffectTyping, TypedValuesAreWholeFiniteNumbersRoundedThenChecked) {
+  const ParamRow& gauss = FindEffect(u"Gaussian Blur")->rows[0];  // 0.1..100, one decimal
+  const ParamRow& threshold = FindEffect(u"Threshold")->rows[0];   // 0..255, whole
+  for (const char16_t* bad : {u"", u"  ", u"nan", u"-nan", u"inf", u"-inf", u"1e999", u"2x", u"x2", u"1,5"})
+    EXPECT_EQ(ParseTypedValue(bad, gauss), std::nullopt) << std::u16string(bad).size();
+  EXPECT_EQ(ParseTypedValue(u"250", gauss), std::nullopt);
+  EXPECT_EQ(ParseTypedValue(u"0.04", gauss), std::nullopt);  // 0.0 after rounding
+  EXPECT_EQ(ParseTypedValue(u"0.05", gauss), 0.1);
+  EXPECT_EQ(ParseTypedValue(u" 2.46 ", gauss), 2.5);
+  EXPECT_EQ(ParseTypedValue(u"100.04", gauss), 100.0);
+  EXPECT_EQ(ParseTypedValue(u"127.6", threshold), 128.0);
+  EXPECT_EQ(ParseTypedValue(u"-0.4", threshold), 0.0);
+  EXPECT_EQ(ParseTypedValue(u"255.5", threshold), std::nullopt);
 }
 
 }  // namespace
