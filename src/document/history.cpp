@@ -12,10 +12,13 @@ namespace {
 
 constexpr int kJumpGuard = 99999;
 
+uint64_t SurfaceBytes(const Surface* s) { return s ? uint64_t(s->PixelCount()) * 4 : 0; }
+
+// Everything a layer holds: pixels, extended content and effect caches.
 uint64_t LayerBytes(const Layer& l) {
-  uint64_t bytes = uint64_t(l.pixels.PixelCount()) * 4;
-  if (l.extended) bytes += uint64_t(l.extended->pixels.PixelCount()) * 4;
-  return bytes;
+  return SurfaceBytes(&l.pixels) + SurfaceBytes(l.extended ? &l.extended->pixels : nullptr) +
+         SurfaceBytes(l.styled.get()) + SurfaceBytes(l.under.get()) + SurfaceBytes(l.over.get()) +
+         SurfaceBytes(&l.effectsWork);
 }
 
 uint64_t SelectionBytes(const std::optional<SelectionMask>& mask) {
@@ -53,6 +56,12 @@ void Push(Document& doc, HistoryState state) {
   NotifyHistoryChanged(doc);
 }
 
+// A state's contents changed in an exchange: its cost and the total follow.
+void Recount(HistoryStack& h, HistoryState& s, uint64_t bytes) {
+  h.bytes = h.bytes - s.bytes + bytes;
+  s.bytes = bytes;
+}
+
 void SwapSelection(Document& doc, HistoryState& s) {
   std::swap(doc.selection, s.selection);
   std::swap(doc.selectionBounds, s.selectionBounds);
@@ -65,6 +74,10 @@ void Exchange(Document& doc, HistoryState& s) {
       if (s.layerIndex < 0 || s.layerIndex >= doc.LayerCount() || !s.layer) return;
       Layer& live = doc.layers[s.layerIndex];
       std::swap(live, *s.layer);
+      // The layer coming back has its effects drawn afresh, so the one
+      // going into the history need not keep its caches.
+      s.layer->DropEffectCaches();
+      Recount(doc.history, s, LayerBytes(*s.layer));
       live.effectsDirty = {0, 0, live.Width(), live.Height()};
       live.rebuildEffects = true;
       doc.active = s.layerIndex;
@@ -81,6 +94,12 @@ void Exchange(Document& doc, HistoryState& s) {
       std::swap(doc.active, snap.active);
       std::swap(doc.layers, snap.layers);
       doc.layers.reserve(std::max<std::size_t>(doc.layers.size(), 8));
+      uint64_t bytes = 0;
+      for (Layer& l : snap.layers) {
+        l.DropEffectCaches();
+        bytes += LayerBytes(l);
+      }
+      Recount(doc.history, s, bytes + SelectionBytes(doc.selection));
       SwapSelection(doc, s);
       doc.composite.reset();
       doc.compositeLayer = -1;

@@ -50,7 +50,8 @@ void Changed(Document& doc) {
 
 void InsertLayer(Document& doc, Layer layer, int32_t position) {
   if (position < 0 || position > doc.LayerCount()) position = doc.active + 1;
-  position = std::min(position, doc.LayerCount());
+  // An active index out of step with the layers must not reach past either end.
+  position = std::clamp(position, 0, doc.LayerCount());
   doc.layers.insert(doc.layers.begin() + position, std::move(layer));
   doc.active = position;
   Changed(doc);

@@ -82,6 +82,43 @@ TEST(HistoryLimits, ABudgetOverrunKeepsOnlyTheNewestState) {
   EXPECT_FALSE(Undo(*doc));
 }
 
+// Every byte a state holds, effect caches included.
+uint64_t HeldBytes(const HistoryState& s) {
+  auto layer = [](const Layer& l) {
+    uint64_t n = l.pixels.PixelCount();
+    for (const Surface* c : {static_cast<const Surface*>(l.styled.get()), static_cast<const Surface*>(l.under.get()),
+                             static_cast<const Surface*>(l.over.get()), &l.effectsWork})
+      if (c) n += c->PixelCount();
+    if (l.extended) n += l.extended->pixels.PixelCount();
+    return n * 4;
+  };
+  uint64_t bytes = s.selection ? s.selection->ByteCount() : 0;
+  if (s.layer) bytes += layer(*s.layer);
+  if (s.document)
+    for (const Layer& l : s.document->layers) bytes += layer(l);
+  return bytes;
+}
+
+TEST(HistoryLimits, EffectCachesTheStatesHoldAreCounted) {
+  auto doc = Doc(50, 40);
+  auto drawEffects = [&] {
+    for (Layer& l : doc->layers) {
+      l.styled = std::make_unique<Surface>(50, 40);
+      l.under = std::make_unique<Surface>(70, 60);
+      l.over = std::make_unique<Surface>(70, 60);
+    }
+  };
+  drawEffects();
+  PushLayer(*doc, 1, u"layer");
+  PushWholeDocument(*doc, u"document");
+  for (int step = 0; step < 4; ++step) {
+    step < 2 ? (void)Undo(*doc) : (void)Redo(*doc);
+    drawEffects();  // the renderer draws the layers that came back
+    for (const HistoryState& s : doc->history.states) EXPECT_EQ(s.bytes, HeldBytes(s));
+    EXPECT_EQ(doc->history.bytes, SumOfCosts(*doc));
+  }
+}
+
 TEST(HistoryTiles, StrokesSaveOnlyTouchedTilesOnce) {
   auto doc = Doc();
   BeginTiles(*doc, 1, u"Brush");

@@ -29,6 +29,16 @@ TEST(LayerCommands, NewAndDuplicateGoAboveTheActiveLayer) {
   EXPECT_EQ(doc->layers[2].Name(), u"Layer 2");
   ASSERT_TRUE(Undo(*doc));
   EXPECT_EQ(doc->LayerCount(), 2);
+
+  // Positions outside the stack, even with an active index out of step,
+  // land inside it.
+  for (int32_t active : {-7, 1, 9}) {
+    doc->active = active;
+    InsertLayer(*doc, Layer(4, 4, u"x"), 99);
+    EXPECT_GE(doc->active, 0);
+    EXPECT_LT(doc->active, doc->LayerCount());
+    EXPECT_EQ(doc->layers[doc->active].Name(), u"x");
+  }
 }
 
 TEST(LayerCommands, DeletingTheActiveTopLayerActivatesTheOneBelow) {
