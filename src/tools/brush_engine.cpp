@@ -475,7 +475,9 @@ void BeginStroke(Document& doc, double x, double y, int button, const BrushParam
   g.pressX = g.lastX = x;
   g.pressY = g.lastY = y;
   Dab(doc, x, y);
-  g.remaining = g.step;
+  // The second dab follows the press by the spacing for every tool; the
+  // retouching tools then go on at their fixed step.
+  g.remaining = std::max(g.params.size * g.params.spacing / 100.0, 1.0);
 }
 
 void ContinueStroke(Document& doc, double x, double y) {

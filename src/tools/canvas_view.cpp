@@ -264,13 +264,20 @@ ImagePoint ScreenToImage(const CanvasLayout& L, const Document& doc, double x, d
   return p;
 }
 
+Rect ImageArea(const CanvasLayout& L, const Document& doc) {
+  // Device pixel x shows the image when its centre x + 0.5 lies within
+  // origin .. origin + extent x scale, as the render pass samples it.
+  auto end = [&](int32_t origin, int32_t extent) {
+    return origin + static_cast<int32_t>(std::ceil(extent * L.scale - 0.5));
+  };
+  return Intersect({L.originX, L.originY, end(L.originX, doc.width), end(L.originY, doc.height)},
+                   {0, 0, L.clientW, L.clientH});
+}
+
 GridLines PixelGridLines(const CanvasLayout& L, const Document& doc) {
   GridLines g;
   if (L.scale < 8.0) return g;
-  g.clip = Intersect({L.originX, L.originY,
-                      L.originX + static_cast<int32_t>(std::lround(doc.width * L.scale)),
-                      L.originY + static_cast<int32_t>(std::lround(doc.height * L.scale))},
-                     {0, 0, L.clientW, L.clientH});
+  g.clip = ImageArea(L, doc);
   if (g.clip.Empty()) return g;
   const int32_t firstX = std::max(0, static_cast<int32_t>((g.clip.x0 - L.originX) / L.scale));
   for (int32_t i = firstX; i <= doc.width; ++i) {

@@ -83,6 +83,10 @@ void RenderCanvas(const CanvasRender& render, const Rect& area);
 
 // The pixel grid: device x and y of every image column and row boundary
 // within the visible image, shown only from 8 device pixels per image pixel.
+// The part of the client the image covers: the pixel grid and the tools'
+// overlays are clipped to it, so they never draw over the surround.
+Rect ImageArea(const CanvasLayout& layout, const Document& doc);
+
 struct GridLines {
   std::vector<int32_t> xs, ys;
   Rect clip;  // the visible image area

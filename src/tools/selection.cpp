@@ -215,28 +215,40 @@ std::optional<SelectionRegion> RasterizeShape(const Document& doc, ShapeKind kin
       shape = {FloorToInt(x0), FloorToInt(y0), CeilToInt(x1), CeilToInt(y1)};
       break;
   }
-  if (Intersect(shape, doc.Bounds()).Empty()) return std::nullopt;
   const int32_t g = feather > 0 ? static_cast<int32_t>(feather * 2.6) + 2 : 0;
+  const Rect grown{shape.x0 - g, shape.y0 - g, shape.x1 + g, shape.y1 + g};
   SelectionRegion region;
-  region.rect = Intersect({shape.x0 - g, shape.y0 - g, shape.x1 + g, shape.y1 + g}, doc.Bounds());
-  region.mask = SelectionMask(region.rect.Width(), region.rect.Height());
-  const Rect& r = region.rect;
+  region.rect = Intersect(grown, doc.Bounds());
+  if (region.rect.Empty()) return std::nullopt;
+  // The shape is drawn and feathered with its part beyond the canvas (as far
+  // as the blur can carry it back in), so a shape cut by the edge or lying
+  // just outside fades in exactly as it would inside.
+  const Rect reach{-g, -g, doc.width + g, doc.height + g};
+  const Rect r = feather > 0 ? Intersect(grown, reach) : region.rect;
+  SelectionMask work(r.Width(), r.Height());
   switch (kind) {
     case ShapeKind::Rectangle: {
       const Rect inside = Intersect(shape, r);
       for (int32_t y = inside.y0; y < inside.y1; ++y)
-        std::memset(region.mask.Row(y - r.y0) + (inside.x0 - r.x0), 255, std::size_t(inside.Width()));
+        std::memset(work.Row(y - r.y0) + (inside.x0 - r.x0), 255, std::size_t(inside.Width()));
       break;
     }
     case ShapeKind::Ellipse:
-      FillEllipse(x0, y0, x1, y1, r, region.mask);
+      FillEllipse(x0, y0, x1, y1, r, work);
       break;
     case ShapeKind::Polygon:
-      FillPolygon(points, r, region.mask);
+      FillPolygon(points, r, work);
       break;
   }
-  if (feather > 0)
-    GaussianBlurBytes(region.mask.Data(), r.Width(), r.Height(), static_cast<float>(feather * 1.5));
+  if (feather > 0) GaussianBlurBytes(work.Data(), r.Width(), r.Height(), static_cast<float>(feather * 1.5));
+  if (r == region.rect) {
+    region.mask = std::move(work);
+    return region;
+  }
+  region.mask = SelectionMask(region.rect.Width(), region.rect.Height());
+  for (int32_t y = region.rect.y0; y < region.rect.y1; ++y)
+    std::memcpy(region.mask.Row(y - region.rect.y0), work.Row(y - r.y0) + (region.rect.x0 - r.x0),
+                std::size_t(region.rect.Width()));
   return region;
 }
 

@@ -127,8 +127,10 @@ void SelectionTool::Release(Document& doc, double x, double y) {
         Begin(start_.x, start_.y);  // the press was the polygon's first point
         Move(doc, x, y);
       } else {
+        // A press inside the selection that never moved is a plain click,
+        // whatever the mode: it drops the selection.
         Reset();
-        Click(doc);
+        Deselect(doc);
       }
       break;
     case Phase::Polygon:

@@ -117,6 +117,20 @@ TEST(BrushSpacing, DabsFollowTheStepAlongThePath) {
   SetDocumentObserver(nullptr);
   ASSERT_EQ(g_centres.size(), 101u);
   for (int i = 0; i <= 100; ++i) EXPECT_EQ(g_centres[i], 20.5 + i);
+
+  // The retouching tools step a fixed 8 % of the size, but the second dab
+  // follows the press by the record's spacing, as the Brush's does.
+  for (BrushTool tool : {BrushTool::Blur, BrushTool::Smudge, BrushTool::Sharpen, BrushTool::Sponge,
+                         BrushTool::Burn}) {
+    g_centres.clear();
+    SetDocumentObserver(&observer);
+    BrushParams r = Tool(tool, 50, 50);
+    r.spacing = 20;  // 10 px, then steps of 4 px
+    Stroke(*doc, r, {{40.5, 30.5}, {70.5, 30.5}});
+    SetDocumentObserver(nullptr);
+    EXPECT_EQ(g_centres, (std::vector<double>{40.5, 50.5, 54.5, 58.5, 62.5, 66.5, 70.5}))
+        << int(tool);
+  }
 }
 
 TEST(BrushSpacing, ManySmallMovesGiveTheSamePixelsAsOneBigMove) {

@@ -213,6 +213,26 @@ TEST(CanvasRenderPass, OutsideTheImageIsTheBackgroundAndSelectionsShowTheirEdge)
   }
 }
 
+TEST(CanvasRenderPass, TheImageAreaIsExactlyWhereTheImageIsDrawn) {
+  // Overlays are clipped to ImageArea: it must match the rendered image to
+  // the device pixel at fractional zooms, scrolled and centred alike.
+  Surface img(7, 5);
+  img.Fill(0xFF808080);
+  for (double zoom : {0.33, 0.5, 1.0, 1.5, 2.25, 3.0, 7.7})
+    for (int32_t scroll : {0, 3}) {
+      const Canvas c = Render(img, nullptr, zoom, scroll, 12, 9, false);
+      Document doc;
+      doc.width = 7;
+      doc.height = 5;
+      doc.zoom = zoom;
+      doc.scrollX = scroll;
+      const Rect area = ImageArea(ComputeLayout(doc, {12, 9, 1.0}), doc);
+      for (int y = 0; y < 9; ++y)
+        for (int x = 0; x < 12; ++x)
+          ASSERT_EQ(c.At(x, y) != 0xFF112233u, area.Contains(x, y)) << zoom << " " << scroll << ": " << x << "," << y;
+    }
+}
+
 }  // namespace
 }  // namespace tavora
 

@@ -119,7 +119,7 @@ TEST(SelectionShapes, ARectangleTakesWholePixelsBetweenItsRoundedCorners) {
   EXPECT_EQ(r->rect, (Rect{0, 0, 3, 3}));
   const ShapePoint outside[2] = {{-50, 5}, {-10, 20}};
   EXPECT_FALSE(RasterizeShape(*doc, ShapeKind::Rectangle, outside, 0));
-  EXPECT_FALSE(RasterizeShape(*doc, ShapeKind::Ellipse, outside, 5));
+  EXPECT_FALSE(RasterizeShape(*doc, ShapeKind::Ellipse, outside, 3));  // 9 px of margin: short of the canvas
   const ShapePoint flat[2] = {{5, 5.2}, {20, 5.4}};  // rounds to no height
   EXPECT_FALSE(RasterizeShape(*doc, ShapeKind::Rectangle, flat, 0));
   EXPECT_FALSE(RasterizeShape(*doc, ShapeKind::Polygon, {}, 0));
@@ -261,12 +261,43 @@ TEST(SelectionShapes, FeatherWidensTheRectAndBlursOnlyTheEdge) {
   EXPECT_GT(at(95, 200), 0);
   EXPECT_LT(at(105, 200), 255);
   for (int i = 0; i < 256; ++i) ASSERT_EQ(r->mask.At(i, 128), r->mask.At(255 - i, 128));
-  // A shape at the canvas edge keeps full coverage along that edge.
-  const ShapePoint edge[2] = {{0, 0}, {50, 400}};
+  // A shape that runs on past the canvas edge keeps full coverage along it.
+  const ShapePoint edge[2] = {{-20, -20}, {50, 420}};
   r = RasterizeShape(*doc, ShapeKind::Rectangle, edge, 4);
   ASSERT_TRUE(r);
   EXPECT_EQ(r->rect, (Rect{0, 0, 62, 400}));
   EXPECT_EQ(r->mask.At(0, 200), 255);
+}
+
+TEST(SelectionShapes, FeatheringPastTheCanvasEdgeKeepsThePartThatFallsInside) {
+  // The same feathered shapes, once cut by the left edge of a small canvas
+  // and once wholly inside a wider one, must agree on every shared pixel.
+  auto small = Doc(100, 100), wide = Doc(300, 100);
+  const std::vector<ShapePoint> shapes[] = {
+      {{-30, 20}, {25, 70}},                          // an ellipse cut by the edge
+      {{-12, 40}, {-3, 60}},                          // an ellipse just outside, within the feather
+      {{-40, 10}, {30, 50}, {-5, 90}}};               // a triangle cut by the edge
+  const ShapeKind kinds[] = {ShapeKind::Ellipse, ShapeKind::Ellipse, ShapeKind::Polygon};
+  for (int i = 0; i < 3; ++i) {
+    std::vector<ShapePoint> shifted = shapes[i];
+    for (ShapePoint& p : shifted) p.x += 150;
+    const auto cut = RasterizeShape(*small, kinds[i], shapes[i], 6);
+    const auto whole = RasterizeShape(*wide, kinds[i], shifted, 6);
+    ASSERT_TRUE(cut) << i;
+    ASSERT_TRUE(whole) << i;
+    EXPECT_EQ(cut->rect.x0, 0);
+    int covered = 0;
+    for (int32_t y = cut->rect.y0; y < cut->rect.y1; ++y)
+      for (int32_t x = cut->rect.x0; x < cut->rect.x1; ++x) {
+        const uint8_t want = whole->mask.At(x + 150 - whole->rect.x0, y - whole->rect.y0);
+        ASSERT_EQ(cut->mask.At(x - cut->rect.x0, y - cut->rect.y0), want) << i << ": " << x << "," << y;
+        covered += want > 0;
+      }
+    EXPECT_GT(covered, 0) << i;
+  }
+  // Beyond the feather's reach nothing is left.
+  const ShapePoint far[2] = {{-60, 40}, {-40, 60}};
+  EXPECT_FALSE(RasterizeShape(*small, ShapeKind::Ellipse, far, 6));
 }
 
 std::vector<uint8_t> BruteDisc(const std::vector<uint8_t>& in, int w, int h, int r, bool erode) {

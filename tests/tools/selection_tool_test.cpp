@@ -117,7 +117,7 @@ TEST(SelectionToolBand, ModifiersChooseTheModeAndAShapeOffTheCanvasDoesNothing) 
   EXPECT_EQ(m.At(50, 40), 255);
   EXPECT_EQ(States(*doc), 4u);
   Drag(t, *doc, kToolRectSelect, -50, -50, -10, -10);
-  Drag(t, *doc, kToolEllipseSelect, 120, 10, 150, 30, 0, Mode(kSelectNew, 10));
+  Drag(t, *doc, kToolEllipseSelect, 140, 10, 170, 30, 0, Mode(kSelectNew, 10));  // beyond the feather
   EXPECT_EQ(States(*doc), 4u);
   t.Press(*doc, kToolRectSelect, 70, 70, 2, 0, {});  // the right button is not the tool's
   EXPECT_FALSE(t.Busy());
@@ -171,9 +171,16 @@ TEST(SelectionToolOutline, DraggingInsideMovesTheMaskAsOneStepAndUndoPutsItBack)
 TEST(SelectionToolOutline, APressInsideThatNeverMovesIsAClick) {
   auto doc = Doc();
   SelectionTool t;
+  // Rectangle, ellipse and lasso deselect in every mode.
+  for (int32_t tool : {kToolRectSelect, kToolEllipseSelect, kToolLasso})
+    for (int32_t mode : {kSelectNew, kSelectAdd, kSelectSubtract, kSelectIntersect}) {
+      Drag(t, *doc, kToolRectSelect, 10, 10, 40, 40);
+      Click(t, *doc, tool, 20, 20, 0, Mode(mode));
+      EXPECT_FALSE(doc->selection) << tool << " " << mode;
+      EXPECT_EQ(UndoLabel(*doc), u"Deselect");
+    }
   Drag(t, *doc, kToolRectSelect, 10, 10, 40, 40);
-  Click(t, *doc, kToolRectSelect, 20, 20, 0, Mode(kSelectAdd));
-  EXPECT_TRUE(doc->selection);
+  const std::size_t states = States(*doc);
   Click(t, *doc, kToolPolygonSelect, 20, 20);  // the polygon's first point
   EXPECT_TRUE(doc->selection);
   EXPECT_TRUE(t.Busy());
@@ -181,11 +188,7 @@ TEST(SelectionToolOutline, APressInsideThatNeverMovesIsAClick) {
   ASSERT_EQ(o.points.size(), 1u);
   EXPECT_EQ(o.points[0], (ShapePoint{20, 20}));
   EXPECT_TRUE(t.Key(SelectionKey::Escape));
-  EXPECT_EQ(States(*doc), 1u);
-  Click(t, *doc, kToolLasso, 20, 20);
-  EXPECT_FALSE(doc->selection);
-  EXPECT_EQ(UndoLabel(*doc), u"Deselect");
-  ASSERT_TRUE(Undo(*doc));
+  EXPECT_EQ(States(*doc), states);
   // Shift inside starts a shape rather than a move.
   Drag(t, *doc, kToolRectSelect, 20, 20, 25, 22, kModShift);
   ExpectBox(*doc, {20, 20, 25, 25});
