@@ -126,6 +126,24 @@ void RenderDirtyEffects(Document& doc) {
 
 }  // namespace
 
+void FinishCanvasChange(Document& doc) {
+  const bool hadSelection = doc.selection.has_value();
+  doc.selection.reset();
+  doc.selectionBounds = {};
+  doc.composite.reset();
+  doc.compositeLayer = -1;
+  doc.compositeDirty = doc.Bounds();
+  for (Layer& l : doc.layers) {
+    l.effectsDirty = {0, 0, l.Width(), l.Height()};
+    l.rebuildEffects = true;
+  }
+  doc.modified = true;
+  if (hadSelection) NotifySelectionChanged(doc);
+  NotifySizeChanged(doc);
+  NotifyLayersChanged(doc);
+  NotifyAreaChanged(doc, doc.Bounds());
+}
+
 void Composite(Document& doc) {
   const int32_t fast = FastPathLayer(doc);
   if (fast >= 0) {

@@ -13,6 +13,12 @@ namespace tavora {
 // area by its effect margin. The observer is told of the grown area.
 void Invalidate(Document& doc, int32_t layerIndex, const Rect& rect);
 
+// After a command gave every layer new canvas-sized pixels and the document
+// its new width and height (resize, canvas size, crop, rotation): the
+// selection is dropped, the composite and every layer's effects are redone,
+// the document is marked modified and the views hear of the new size.
+void FinishCanvasChange(Document& doc);
+
 // Brings the composite up to date.
 void Composite(Document& doc);
 
