@@ -77,7 +77,8 @@ void Exchange(Document& doc, HistoryState& s) {
       // The layer coming back has its effects drawn afresh, so the one
       // going into the history need not keep its caches.
       s.layer->DropEffectCaches();
-      Recount(doc.history, s, LayerBytes(*s.layer));
+      Recount(doc.history, s, LayerBytes(*s.layer) + (s.selectionSaved ? SelectionBytes(doc.selection) : 0));
+      if (s.selectionSaved) SwapSelection(doc, s);
       live.effectsDirty = {0, 0, live.Width(), live.Height()};
       live.rebuildEffects = true;
       doc.active = s.layerIndex;
@@ -256,7 +257,7 @@ void PushSelection(Document& doc, std::u16string_view label) {
   Push(doc, std::move(state));
 }
 
-void PushLayer(Document& doc, int32_t layerIndex, std::u16string_view label) {
+void PushLayer(Document& doc, int32_t layerIndex, std::u16string_view label, SelectionInState selection) {
   CommitTiles(doc);
   if (layerIndex < 0 || layerIndex >= doc.LayerCount()) return;
   HistoryState state;
@@ -265,6 +266,12 @@ void PushLayer(Document& doc, int32_t layerIndex, std::u16string_view label) {
   state.layerIndex = layerIndex;
   state.layer = std::make_unique<Layer>(doc.layers[layerIndex]);
   state.bytes = LayerBytes(*state.layer);
+  if (selection == SelectionInState::Yes) {
+    state.selectionSaved = true;
+    state.selection = doc.selection;
+    state.selectionBounds = doc.selectionBounds;
+    state.bytes += SelectionBytes(state.selection);
+  }
   Push(doc, std::move(state));
 }
 

@@ -31,8 +31,12 @@ enum class ExtendedContentAfterPush { Drop, Keep };
 void PushWholeDocument(Document& doc, std::u16string_view label,
                        ExtendedContentAfterPush extended = ExtendedContentAfterPush::Drop);
 void PushSelection(Document& doc, std::u16string_view label);
-// An invalid index records nothing.
-void PushLayer(Document& doc, int32_t layerIndex, std::u16string_view label);
+// An invalid index records nothing. With the selection, the state also
+// keeps the selection and brings it back (moving selected pixels moves the
+// outline with them).
+enum class SelectionInState { No, Yes };
+void PushLayer(Document& doc, int32_t layerIndex, std::u16string_view label,
+               SelectionInState selection = SelectionInState::No);
 // A run of moves of one layer is kept as one state when this is true.
 bool LastStateIsLayerState(const Document& doc, int32_t layerIndex);
 

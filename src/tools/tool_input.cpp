@@ -88,6 +88,9 @@ void ToolInput::Press(Document& doc, double x, double y, int button, int modifie
   } else if (tool == kToolEyedropper) {
     dragging_ = true;
     Pick(doc, x, y);
+  } else if (tool == kToolMove && button == 1) {
+    move_.Press(doc, x, y, tools_.colors.Secondary());
+    dragging_ = true;
   }
 }
 
@@ -110,6 +113,8 @@ void ToolInput::Move(Document& doc, double x, double y) {
     ContinueStroke(doc, x, y);
   } else if (dragging_ && tool == kToolEyedropper) {
     Pick(doc, x, y);
+  } else if (dragging_ && tool == kToolMove) {
+    move_.Drag(doc, x, y);
   }
 }
 
@@ -119,24 +124,44 @@ void ToolInput::Release(Document& doc, double x, double y) {
     if (button_ == 1) selection_.Release(doc, x, y);
   } else if (BrushToolFor(tool)) {
     EndStroke(doc);
+  } else if (tool == kToolMove) {
+    move_.Release(doc, x, y);
   }
   dragging_ = false;
 }
 
-bool ToolInput::Key(Document& doc, ToolKey key) {
-  (void)doc;
-  if (!IsSelectionTool(tools_.CurrentTool())) return false;
+bool ToolInput::Key(Document& doc, ToolKey key, int modifiers) {
+  const int32_t tool = tools_.CurrentTool();
+  if (tool == kToolMove) {
+    const int32_t step = (modifiers & kModShift) ? 10 : 1;
+    switch (key) {
+      case ToolKey::Left: move_.Nudge(doc, -step, 0, tools_.colors.Secondary()); return true;
+      case ToolKey::Right: move_.Nudge(doc, step, 0, tools_.colors.Secondary()); return true;
+      case ToolKey::Up: move_.Nudge(doc, 0, -step, tools_.colors.Secondary()); return true;
+      case ToolKey::Down: move_.Nudge(doc, 0, step, tools_.colors.Secondary()); return true;
+      case ToolKey::Enter:
+      case ToolKey::Escape:
+        if (!move_.Pending()) return false;
+        move_.Commit(doc);
+        return true;
+      default: return false;
+    }
+  }
+  if (!IsSelectionTool(tool)) return false;
+  if (key != ToolKey::Backspace && key != ToolKey::Escape) return false;
   return selection_.Key(key == ToolKey::Backspace ? SelectionKey::Backspace : SelectionKey::Escape);
 }
 
 void ToolInput::Finish(Document& doc) {
   selection_.Cancel(doc);
+  move_.Commit(doc);
   if (StrokeActive()) EndStroke(doc);
   dragging_ = false;
 }
 
 void ToolInput::Forget(Document& doc) {
   selection_.Cancel(doc);
+  move_.Forget(doc);
   ForgetStroke(doc);
   dragging_ = false;
 }

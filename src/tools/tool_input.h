@@ -8,6 +8,7 @@
 
 #include "document/document.h"
 #include "tools/brush_engine.h"
+#include "tools/move_tool.h"
 #include "tools/selection_tool.h"
 #include "tools/tool_table.h"
 
@@ -26,7 +27,7 @@ std::optional<uint32_t> PickColor(Document& doc, double x, double y, int32_t sam
 // Rubber-band tools see only the latest of several queued moves.
 bool CoalescesMoves(int32_t toolId);
 
-enum class ToolKey { Backspace, Escape };
+enum class ToolKey { Backspace, Escape, Enter, Left, Right, Up, Down };
 
 class ToolInput {
  public:
@@ -39,11 +40,14 @@ class ToolInput {
   // Every pointer move over the canvas, with or without a button down.
   void Move(Document& doc, double x, double y);
   void Release(Document& doc, double x, double y);
-  // Whether the tool used the key.
-  bool Key(Document& doc, ToolKey key);
-  // A tool change or a switch to another document: work under way ends;
-  // a stroke keeps what it painted as its step.
+  // Whether the tool used the key; modifiers as for a press (Shift makes
+  // an arrow move ten pixels).
+  bool Key(Document& doc, ToolKey key, int modifiers = 0);
+  // A tool change, a switch to another document or any command: work under
+  // way ends; a stroke keeps what it painted as its step, a move its result.
   void Finish(Document& doc);
+  // A tool operation is pending (a move not yet committed).
+  bool Pending() const { return move_.Pending(); }
   // The document is closing: nothing may refer to it afterwards.
   void Forget(Document& doc);
 
@@ -65,6 +69,7 @@ class ToolInput {
 
   ToolSettings& tools_;
   SelectionTool selection_;
+  MoveTool move_;
   bool dragging_ = false;
   int button_ = 0;
   bool colorsChanged_ = false;
