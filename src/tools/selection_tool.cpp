@@ -5,6 +5,7 @@
 
 #include "document/document_events.h"
 #include "document/history.h"
+#include "tools/fill.h"
 #include "tools/tool_table.h"
 
 namespace tavora {
@@ -27,7 +28,7 @@ Rect PenArea(const ShapePoint& a, const ShapePoint& b) { return PenArea(a.x, a.y
 
 bool IsSelectionTool(int32_t toolId) {
   return toolId == kToolRectSelect || toolId == kToolEllipseSelect || toolId == kToolLasso ||
-         toolId == kToolPolygonSelect;
+         toolId == kToolPolygonSelect || toolId == kToolMagicWand;
 }
 
 void SelectionTool::Press(Document& doc, int32_t toolId, double x, double y, int button, int modifiers,
@@ -55,7 +56,9 @@ void SelectionTool::Press(Document& doc, int32_t toolId, double x, double y, int
 }
 
 void SelectionTool::Begin(double x, double y) {
-  if (tool_ == kToolRectSelect || tool_ == kToolEllipseSelect) {
+  if (tool_ == kToolMagicWand) {
+    phase_ = Phase::Wand;  // selects on release
+  } else if (tool_ == kToolRectSelect || tool_ == kToolEllipseSelect) {
     phase_ = Phase::Band;
   } else {
     phase_ = tool_ == kToolLasso ? Phase::Lasso : Phase::Polygon;
@@ -92,6 +95,7 @@ void SelectionTool::Move(Document& doc, double x, double y) {
     case Phase::MoveOutline:
       MoveOutlineTo(doc, x, y);
       break;
+    case Phase::Wand:
     case Phase::Idle:
       break;
   }
@@ -126,12 +130,19 @@ void SelectionTool::Release(Document& doc, double x, double y) {
         Reset();
         Begin(start_.x, start_.y);  // the press was the polygon's first point
         Move(doc, x, y);
+      } else if (tool_ == kToolMagicWand) {
+        Reset();
+        WandClick(doc, 0);
       } else {
         // A press inside the selection that never moved is a plain click,
         // whatever the mode: it drops the selection.
         Reset();
         Deselect(doc);
       }
+      break;
+    case Phase::Wand:
+      Reset();
+      WandClick(doc, modifiers_);
       break;
     case Phase::Polygon:
     case Phase::Idle:
@@ -180,6 +191,15 @@ void SelectionTool::Reset() {
 void SelectionTool::Commit(Document& doc, ShapeKind kind, std::span<const ShapePoint> points) {
   if (auto region = RasterizeShape(doc, kind, points, options_.feather))
     CommitRegion(doc, *region, EffectiveMode(modifiers_, options_.selmode));
+}
+
+void SelectionTool::WandClick(Document& doc, int modifiers) {
+  WandOptions wand;
+  wand.tolerance = options_.wandTolerance;
+  wand.contiguous = options_.wandContiguous;
+  wand.allLayers = options_.wandAllLayers;
+  wand.feather = options_.feather;
+  MagicWandAt(doc, start_.x, start_.y, EffectiveMode(modifiers, options_.selmode), wand);
 }
 
 // A click drops the selection only when the tool would start a new one.
@@ -240,6 +260,7 @@ SelectionOverlay SelectionTool::Overlay() const {
       o.pointer = pointer_;
       break;
     case Phase::MoveOutline:
+    case Phase::Wand:
     case Phase::Idle:
       break;
   }

@@ -14,12 +14,16 @@
 
 namespace tavora {
 
-// Rectangle Select, Ellipse Select, Lasso and Polygon Select.
+// Rectangle Select, Ellipse Select, Lasso, Polygon Select and Magic Wand.
 bool IsSelectionTool(int32_t toolId);
 
 struct SelectionToolOptions {
   int32_t selmode = kSelectNew;
   double feather = 0;
+  // The Magic Wand's own options.
+  int32_t wandTolerance = 32;
+  bool wandContiguous = true;
+  bool wandAllLayers = false;
 };
 
 enum class SelectionKey { Backspace, Escape };
@@ -68,13 +72,14 @@ class SelectionTool {
   Rect TakeOverlayDamage();
 
  private:
-  enum class Phase { Idle, Band, Lasso, Polygon, MoveOutline };
+  enum class Phase { Idle, Band, Lasso, Polygon, MoveOutline, Wand };
 
   void Reset();
   void Begin(double x, double y);
   void AddPoint(double x, double y);
   void Commit(Document& doc, ShapeKind kind, std::span<const ShapePoint> points);
   void Click(Document& doc);
+  void WandClick(Document& doc, int modifiers);
   void MoveOutlineTo(Document& doc, double x, double y);
   void FinishOutline(Document& doc);
   void Damage(const Rect& area) { damage_ = Union(damage_, area); }

@@ -4,12 +4,13 @@
 #include <cmath>
 
 #include "document/composite.h"
+#include "tools/fill.h"
 
 namespace tavora {
 namespace {
 
 SelectionToolOptions SelectionOptions(const ToolOptions& o) {
-  return {o.selmode, static_cast<double>(o.feather)};
+  return {o.selmode, static_cast<double>(o.feather), o.wandtol, o.wandcontig != 0, o.wandall != 0};
 }
 
 }  // namespace
@@ -88,6 +89,9 @@ void ToolInput::Press(Document& doc, double x, double y, int button, int modifie
   } else if (tool == kToolEyedropper) {
     dragging_ = true;
     Pick(doc, x, y);
+  } else if (tool == kToolFill) {
+    FillOptions fill{options.tolerance, options.opacity, options.contiguous != 0};
+    FillAt(doc, x, y, button == 2 ? tools_.colors.Secondary() : tools_.colors.Primary(), fill);
   } else if (tool == kToolMove && button == 1) {
     move_.Press(doc, x, y, tools_.colors.Secondary());
     dragging_ = true;

@@ -37,7 +37,7 @@ TEST(ToolDispatch, EachToolGetsItsPressesAndStrokesAreOneStep) {
   EXPECT_EQ(doc->layers[0].pixels.At(20, 5), 0xFF000000u);
 
   // A tool that has not landed takes no input and records nothing.
-  tools.SetTool(kToolFill);
+  tools.SetTool(kToolText);
   const std::size_t rows = HistoryRows(*doc).size();
   input.Press(*doc, 20.5, 20.5, 1, 0);
   input.Release(*doc, 20.5, 20.5);
