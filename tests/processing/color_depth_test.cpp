@@ -36,7 +36,7 @@ TEST(MedianCut, TheInverseTableTakesTheNearestAndTheLowerIndexOnATie) {
   EXPECT_EQ(table[0], 0);      // centre 4,4,4: black, not the later copy
   EXPECT_EQ(table[32767], 1);  // centre 252
   // The channels weigh 3, 4, 2: the centre (124, 132, 128) is nearer white
-  // (144,257) than black (148,592), as a plain distance would not say.
+  // (144,257) than black (148,592).
   const uint32_t cell = (15u << 10) | (16u << 5) | 15u;
   EXPECT_EQ(table[cell], 1);
 }
