@@ -9,6 +9,7 @@
 #include "document/blend.h"
 #include "document/composite.h"
 #include "document/history.h"
+#include "tools/healing.h"
 
 namespace tavora {
 namespace {
@@ -128,6 +129,17 @@ struct Stroke {
 };
 
 Stroke g;
+
+struct CloneSource {
+  double x = 0, y = 0;
+  bool set = false;
+  bool offsetKnown = false;
+  int32_t offsetX = 0, offsetY = 0;
+};
+CloneSource g_clone;
+
+bool CopiesTexture(BrushTool tool) { return tool == BrushTool::Clone || tool == BrushTool::Heal; }
+bool Heals(BrushTool tool) { return tool == BrushTool::SpotHeal || tool == BrushTool::Heal; }
 
 BrushParams Clamped(BrushParams p) {
   p.size = std::clamp(p.size, 1, 500);
@@ -414,7 +426,87 @@ void SharpenDab(Document& doc, Surface& pixels, const Rect& box, double cx, doub
   });
 }
 
+// ---- Clone, Healing Brush and Spot Healing: coverage builds up by union,
+// acc' = acc + (255 - acc) x c / 255, so overlapping dabs fill solid; a
+// pixel is redone only when its coverage grew.
+template <typename Fn>
+void ForEachGrownCoverage(const Document& doc, const Rect& box, double cx, double cy, Fn&& fn) {
+  ForEachWeighted(g.tip, box, cx, cy, [&](int32_t x, int32_t y, double w) {
+    const uint32_t c = CoverageByte(w);
+    if (c == 0) return;
+    uint8_t& acc = CoverageRow(y)[x];
+    const uint32_t grown = acc + ((255 - acc) * c + 127) / 255;
+    if (grown <= acc) return;
+    acc = static_cast<uint8_t>(grown);
+    const uint32_t mask = MaskAt(doc, x, y);
+    if (mask == 0) return;
+    fn(x, y, grown, mask);
+  });
+}
+
+// The stroke-start pixel at the offset laid over the stroke-start pixel;
+// pixels painted in this stroke are never cloned again.
+void CloneDab(Document& doc, Surface& pixels, const Rect& box, double cx, double cy) {
+  const uint32_t opacity = uint32_t(g.params.opacity);
+  ForEachGrownCoverage(doc, box, cx, cy, [&](int32_t x, int32_t y, uint32_t acc, uint32_t mask) {
+    const int32_t sx = x + g_clone.offsetX, sy = y + g_clone.offsetY;
+    if (sx < 0 || sy < 0 || sx >= pixels.Width() || sy >= pixels.Height()) return;
+    const uint32_t source = PixelBeforeStroke(doc, sx, sy);
+    const uint32_t a = (acc * opacity / 100) * mask / 255;
+    if (a * (source >> 24) <= 254) return;
+    const uint32_t alpha = a * (source >> 24) / 255;
+    pixels.At(x, y) = Over(PixelBeforeStroke(doc, x, y), (source & 0x00FFFFFFu) | alpha << 24);
+  });
+}
+
+// Spot Healing marks the blemish, shown darkened until the release heals it.
+void MarkDab(Document& doc, Surface& pixels, const Rect& box, double cx, double cy) {
+  ForEachGrownCoverage(doc, box, cx, cy, [&](int32_t x, int32_t y, uint32_t acc, uint32_t) {
+    const uint32_t start = PixelBeforeStroke(doc, x, y);
+    const uint32_t keep = 255 - acc * 2 / 5;
+    uint32_t out = start & 0xFF000000u;
+    for (int shift = 0; shift < 24; shift += 8) out |= Mul((start >> shift) & 255, keep) << shift;
+    pixels.At(x, y) = out;
+  });
+}
+
+uint32_t StartPixel(const void* context, int32_t x, int32_t y) {
+  return PixelBeforeStroke(*static_cast<const Document*>(context), x, y);
+}
+
+// The release of a healing stroke: the painted area, weighted by the
+// selection, is healed from the stroke-start pixels.
+void HealStroke(Document& doc) {
+  Surface& pixels = doc.layers[g.layer].pixels;
+  HealJob job;
+  job.image = {&StartPixel, &doc, pixels.Width(), pixels.Height()};
+  job.rect = Intersect(g.dirty, {0, 0, pixels.Width(), pixels.Height()});
+  if (job.rect.Empty()) return;
+  job.paint.resize(std::size_t(job.rect.Width()) * std::size_t(job.rect.Height()));
+  for (int32_t y = job.rect.y0; y < job.rect.y1; ++y)
+    for (int32_t x = job.rect.x0; x < job.rect.x1; ++x)
+      job.paint[std::size_t(y - job.rect.y0) * job.rect.Width() + (x - job.rect.x0)] =
+          static_cast<uint8_t>(CoverageRow(y)[x] * uint32_t(MaskAt(doc, x, y)) / 255);
+  job.useOffset = g.params.tool == BrushTool::Heal;
+  job.offsetX = g_clone.offsetX;
+  job.offsetY = g_clone.offsetY;
+  job.amount = g.params.opacity;
+  const std::vector<uint32_t> healed = HealRegion(job);
+  for (int32_t y = job.rect.y0; y < job.rect.y1; ++y)
+    std::copy_n(healed.data() + std::size_t(y - job.rect.y0) * job.rect.Width(), job.rect.Width(),
+                pixels.Row(y) + job.rect.x0);
+  Invalidate(doc, g.layer, job.rect);
+}
+
 }  // namespace
+
+void SetCloneSource(double x, double y) {
+  g_clone = {x, y, true, false, 0, 0};
+}
+
+bool CloneSourceSet() { return g_clone.set; }
+
+void ClearCloneSource() { g_clone = {}; }
 
 std::u16string_view BrushHistoryName(BrushTool tool) {
   switch (tool) {
@@ -425,12 +517,16 @@ std::u16string_view BrushHistoryName(BrushTool tool) {
     case BrushTool::Sharpen: return u"Sharpen";
     case BrushTool::Sponge: return u"Sponge";
     case BrushTool::Burn: return u"Burn";
+    case BrushTool::Clone: return u"Clone";
+    case BrushTool::SpotHeal: return u"Spot Healing";
+    case BrushTool::Heal: return u"Healing Brush";
   }
   return u"Brush";
 }
 
 double DabStep(const BrushParams& params) {
-  const bool spaced = params.tool == BrushTool::Brush || params.tool == BrushTool::Eraser;
+  const bool spaced = params.tool == BrushTool::Brush || params.tool == BrushTool::Eraser ||
+                      CopiesTexture(params.tool);
   return std::max(spaced ? params.size * params.spacing / 100.0 : params.size * 0.08, 1.0);
 }
 
@@ -457,6 +553,14 @@ void BeginStroke(Document& doc, double x, double y, int button, const BrushParam
   if (!ActiveLayer(&doc) || !std::isfinite(x) || !std::isfinite(y)) return;
   x = std::clamp(x, -kFarAway, kFarAway);
   y = std::clamp(y, -kFarAway, kFarAway);
+  if (CopiesTexture(params.tool)) {
+    if (!g_clone.set) return;  // nothing to copy from yet
+    if (!params.keepOffset || !g_clone.offsetKnown) {
+      g_clone.offsetX = static_cast<int32_t>(std::floor(g_clone.x - x + 0.5));
+      g_clone.offsetY = static_cast<int32_t>(std::floor(g_clone.y - y + 0.5));
+      g_clone.offsetKnown = true;
+    }
+  }
   g.params = Clamped(params);
   g.paint = button == 2 ? g.params.secondary : g.params.primary;
   g.tip = Tip(g.params.size, g.params.hardness);
@@ -531,6 +635,9 @@ void EndStroke(Document& doc) {
   g.doc = nullptr;
   // Something else (an undo) may have closed the record mid-stroke.
   if (!doc.pendingStroke || doc.pendingStroke.get() != g.record) return;
+  if (Heals(g.params.tool) && g.layer < doc.LayerCount() && doc.width == g.coverageW &&
+      doc.height == g.coverageH)
+    HealStroke(doc);
   if (doc.pendingStroke->order.empty()) {
     // Nothing was saved (every dab clipped away), yet the stroke is a step:
     // keep the tile under the press point, or the selection on a layer
@@ -556,7 +663,8 @@ void Dab(Document& doc, double x, double y) {
     box = Intersect(Intersect(box, doc.selectionBounds),
                     {0, 0, doc.selection->Width(), doc.selection->Height()});
   const bool covered = g.params.tool == BrushTool::Brush || g.params.tool == BrushTool::Eraser ||
-                       g.params.tool == BrushTool::Sponge || g.params.tool == BrushTool::Burn;
+                       g.params.tool == BrushTool::Sponge || g.params.tool == BrushTool::Burn ||
+                       CopiesTexture(g.params.tool) || g.params.tool == BrushTool::SpotHeal;
   // A canvas resized under the stroke no longer matches its coverage.
   if (covered && (doc.width != g.coverageW || doc.height != g.coverageH)) return;
   if (box.Empty()) return;
@@ -569,6 +677,9 @@ void Dab(Document& doc, double x, double y) {
     case BrushTool::Blur: BlurDab(doc, pixels, box, x, y); break;
     case BrushTool::Smudge: SmudgeDab(doc, pixels, box, x, y); break;
     case BrushTool::Sharpen: SharpenDab(doc, pixels, box, x, y); break;
+    case BrushTool::Clone:
+    case BrushTool::Heal: CloneDab(doc, pixels, box, x, y); break;
+    case BrushTool::SpotHeal: MarkDab(doc, pixels, box, x, y); break;
   }
   g.dirty = Union(g.dirty, box);
   Invalidate(doc, g.layer, box);

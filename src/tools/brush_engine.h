@@ -11,7 +11,7 @@
 
 namespace tavora {
 
-enum class BrushTool { Brush, Eraser, Blur, Smudge, Sharpen, Sponge, Burn };
+enum class BrushTool { Brush, Eraser, Blur, Smudge, Sharpen, Sponge, Burn, Clone, SpotHeal, Heal };
 
 // The luminance band Sponge and Burn work on (the options record's `range`).
 inline constexpr int32_t kRangeAll = 0, kRangeShadows = 1, kRangeMidtones = 2,
@@ -28,14 +28,17 @@ struct BrushParams {
   int32_t strength = 50;   // 0..100 (Blur, Smudge, Sharpen)
   int32_t range = kRangeAll;
   int32_t exposure = 50;   // 1..100 (Sponge, Burn)
+  bool keepOffset = true;  // Clone, Heal: "Keep offset between strokes"
   uint32_t primary = 0xFF000000, secondary = 0xFFFFFFFF;
 };
 
-// "Brush", "Erase", "Blur", "Smudge", "Sharpen", "Sponge", "Burn".
+// "Brush", "Erase", "Blur", "Smudge", "Sharpen", "Sponge", "Burn", "Clone",
+// "Spot Healing", "Healing Brush".
 std::u16string_view BrushHistoryName(BrushTool tool);
 
-// Path length between dabs: a share of the size for Brush and Eraser, a
-// fixed 8 % for the retouching tools; never below one pixel.
+// Path length between dabs: a share of the size for Brush, Eraser, Clone
+// and Heal, a fixed 8 % for the other retouching tools; never below one
+// pixel.
 double DabStep(const BrushParams& params);
 
 // ---- footprint
@@ -78,6 +81,14 @@ void EndStroke(Document& doc);
 void Dab(Document& doc, double x, double y);
 
 bool StrokeActive();
+
+// ---- the clone source, shared by the Clone brush and the Healing Brush
+// Ctrl+click: a new source point; the next stroke measures its offset
+// from it. Until a source is set, those two tools paint nothing.
+void SetCloneSource(double x, double y);
+bool CloneSourceSet();
+// Forgets the source (a new session, tests).
+void ClearCloneSource();
 // The document is closing: its stroke (if any) is dropped without a step,
 // so the engine never touches the document again.
 void ForgetStroke(const Document& doc);

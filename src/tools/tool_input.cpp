@@ -24,6 +24,9 @@ std::optional<BrushTool> BrushToolFor(int32_t toolId) {
     case kToolSharpen: return BrushTool::Sharpen;
     case kToolSponge: return BrushTool::Sponge;
     case kToolBurn: return BrushTool::Burn;
+    case kToolClone: return BrushTool::Clone;
+    case kToolSpotHeal: return BrushTool::SpotHeal;
+    case kToolHeal: return BrushTool::Heal;
     default: return std::nullopt;
   }
 }
@@ -38,6 +41,7 @@ BrushParams BrushParamsFor(BrushTool tool, const ToolOptions& o, const ColorBoxe
   p.strength = o.strength;
   p.range = o.range;
   p.exposure = o.exposure;
+  p.keepOffset = o.cloneconst != 0;
   p.primary = colors.Primary();
   p.secondary = colors.Secondary();
   return p;
@@ -83,6 +87,8 @@ void ToolInput::Press(Document& doc, double x, double y, int button, int modifie
   if (IsSelectionTool(tool)) {
     selection_.Press(doc, tool, x, y, button, modifiers, SelectionOptions(options));
     dragging_ = button == 1;
+  } else if ((tool == kToolClone || tool == kToolHeal) && (modifiers & kModCtrl)) {
+    SetCloneSource(x, y);  // Ctrl+click sets the source and paints nothing
   } else if (const auto brush = BrushToolFor(tool)) {
     BeginStroke(doc, x, y, button, BrushParamsFor(*brush, options, tools_.colors));
     dragging_ = true;
