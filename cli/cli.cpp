@@ -9,10 +9,12 @@
 #include <optional>
 #include <memory>
 
+#include "base/file_io.h"
 #include "base/unicode.h"
 #include "document/blend.h"
 #include "document/layer_commands.h"
 #include "formats/file_formats.h"
+#include "processing/color_depth.h"
 #include "processing/effect_dialogs.h"
 #include "tools/brush_engine.h"
 #include "tools/selection.h"
@@ -25,9 +27,9 @@ namespace {
 constexpr const char* kUsage =
     "usage: tavora-cli info [--json] FILE\n"
     "       tavora-cli convert [--flatten] IN OUT\n"
-    "       tavora-cli apply OP[=v1,v2,...] [OP...] IN OUT\n"
+    "       tavora-cli apply [--selection=MASK.pgm] OP[=v1,v2,...] [OP...] IN OUT\n"
     "       tavora-cli ops\n"
-    "       tavora-cli paint TOOL [KEY=VALUE...] X,Y [X,Y...] IN OUT\n";
+    "       tavora-cli paint [--selection=MASK.pgm] TOOL [KEY=VALUE...] X,Y [X,Y...] IN OUT\n";
 
 std::filesystem::path ToPath(const std::u16string& arg) { return std::filesystem::path(arg); }
 
@@ -138,6 +140,8 @@ std::string OpsList() {
   }
   for (const ImmediateOp& op : ImmediateOps())
     s += Utf16ToUtf8(op.shortName) + " (\"" + Utf16ToUtf8(op.historyName) + "\")\n";
+  s += "color-depth (\"Color Depth\")\n    COUNT: 2, 4, 8, 16, 32, 64, 128, 256 (median cut), 32768 (5-5-5), "
+       "65536 (5-6-5) or 16777216 (true color)\n    option: dither\n";
   return s;
 }
 
@@ -146,7 +150,27 @@ struct ApplyStep {
   const EffectDef* effect = nullptr;
   const ImmediateOp* immediate = nullptr;
   EffectValues values;
+  std::optional<ColorDepthParams> colorDepth;
 };
+
+// "color-depth=COUNT[,dither]": one of the counts the Color Depth dialog lists.
+std::optional<ApplyStep> ParseColorDepth(std::u16string_view values, std::string& err) {
+  const std::size_t comma = values.find(u',');
+  const auto count = ParseFiniteNumber(values.substr(0, comma));
+  const std::u16string_view rest = comma == values.npos ? std::u16string_view() : values.substr(comma + 1);
+  if (!rest.empty() && rest != u"dither") {
+    err += "color-depth takes COUNT[,dither]\n";
+    return std::nullopt;
+  }
+  for (const ColorDepthChoice& choice : ColorDepthChoices()) {
+    if (!count || *count != double(choice.colors)) continue;
+    ApplyStep step;
+    step.colorDepth = ColorDepthParams{choice.colors, !rest.empty(), choice.mode};
+    return step;
+  }
+  err += "color-depth: the count must be 2, 4, 8, 16, 32, 64, 128, 256, 32768, 65536 or 16777216\n";
+  return std::nullopt;
+}
 
 // Parses "name[=v1,v2,...]"; values past the rows may name the option
 // ("option") or a choice. Empty on a problem, which `err` explains;
@@ -155,6 +179,13 @@ std::optional<ApplyStep> ParseStep(const std::u16string& arg, std::string& err, 
   const std::size_t eq = arg.find(u'=');
   const std::u16string name = arg.substr(0, eq);
   ApplyStep step;
+  if (name == u"color-depth") {
+    if (eq == std::u16string::npos) {
+      err += "color-depth takes COUNT[,dither]\n";
+      return std::nullopt;
+    }
+    return ParseColorDepth(std::u16string_view(arg).substr(eq + 1), err);
+  }
   if (const ImmediateOp* op = FindImmediateOp(name)) {
     if (eq != std::u16string::npos) {
       err += Utf16ToUtf8(name) + " takes no values\n";
@@ -222,6 +253,10 @@ std::optional<ApplyStep> ParseStep(const std::u16string& arg, std::string& err, 
 }
 
 void RunStep(Document& doc, const ApplyStep& step) {
+  if (step.colorDepth) {
+    ApplyColorDepth(doc, step.colorDepth->colors, step.colorDepth->dither, step.colorDepth->mode);
+    return;
+  }
   if (step.immediate) {
     ApplyToSelection(doc, step.immediate->historyName, step.immediate->operation, nullptr,
                      step.immediate->margin);
@@ -243,8 +278,23 @@ struct PaintJob {
   ColorBoxes colors;
   int button = 1;
   std::optional<Rect> select;
+  std::optional<ShapePoint> source;  // clone and heal
   std::vector<ShapePoint> path;
 };
+
+// The tools `paint` drives, by the names scripts use.
+struct PaintVerb {
+  std::u16string_view name;
+  int32_t tool;
+};
+constexpr PaintVerb kPaintVerbs[] = {
+    {u"brush", kToolBrush},  {u"eraser", kToolEraser},       {u"blur", kToolBlur},   {u"smudge", kToolSmudge},
+    {u"sharpen", kToolSharpen}, {u"sponge", kToolSponge},    {u"burn", kToolBurn},   {u"fill", kToolFill},
+    {u"wand", kToolMagicWand},  {u"clone", kToolClone},      {u"spot-heal", kToolSpotHeal},
+    {u"heal", kToolHeal}};
+
+// Fill and the wand act on one click.
+bool ClickTool(int32_t tool) { return tool == kToolFill || tool == kToolMagicWand; }
 
 // Appends one message line; plain appends keep GCC 12's string warnings quiet.
 void Say(std::string& err, std::initializer_list<std::string_view> parts) {
@@ -306,6 +356,15 @@ bool ParsePaintSetting(PaintJob& job, std::u16string_view key, std::u16string_vi
                       static_cast<int32_t>((*v)[2]), static_cast<int32_t>((*v)[3])};
     return true;
   }
+  if (key == u"source" && (job.tool == kToolClone || job.tool == kToolHeal)) {
+    const auto v = ParseNumbers(value, 2);
+    if (!v) {
+      err += "source takes SX,SY\n";
+      return false;
+    }
+    job.source = ShapePoint{(*v)[0], (*v)[1]};
+    return true;
+  }
   for (const OptionDef* def : ToolOptionDefs(job.tool)) {
     if (def->key != key) continue;
     // Whole numbers, as the options bar stores them.
@@ -328,13 +387,10 @@ std::optional<PaintJob> ParsePaint(const std::vector<std::u16string>& args, std:
                                    bool& rangeError) {
   PaintJob job;
   std::u16string name = args[1];
-  for (char16_t& c : name) c = (c >= u'a' && c <= u'z') ? char16_t(c - 32) : c;
+  for (char16_t& c : name) c = (c >= u'A' && c <= u'Z') ? char16_t(c + 32) : c;
   job.tool = -1;
-  for (int32_t id = 0; id < kToolCount; ++id) {
-    std::u16string upper(Tool(id).name);
-    for (char16_t& c : upper) c = (c >= u'a' && c <= u'z') ? char16_t(c - 32) : c;
-    if (BrushToolFor(id) && upper == name) job.tool = id;
-  }
+  for (const PaintVerb& verb : kPaintVerbs)
+    if (verb.name == name) job.tool = verb.tool;
   if (job.tool < 0) {
     Say(err, {"not a painting tool: ", Utf16ToUtf8(args[1])});
     return std::nullopt;
@@ -356,6 +412,10 @@ std::optional<PaintJob> ParsePaint(const std::vector<std::u16string>& args, std:
     err += "the stroke needs at least one point\n";
     return std::nullopt;
   }
+  if (ClickTool(job.tool) && job.path.size() != 1) {
+    err += "fill and wand take one point X,Y\n";
+    return std::nullopt;
+  }
   return job;
 }
 
@@ -370,6 +430,8 @@ void RunPaint(Document& doc, const PaintJob& job) {
   tools.SetTool(job.tool);
   tools.Current() = job.options;
   tools.colors = job.colors;
+  ClearCloneSource();
+  if (job.source) SetCloneSource(job.source->x, job.source->y);
   ToolInput input(tools);
   input.Press(doc, job.path[0].x, job.path[0].y, job.button, 0);
   for (std::size_t i = 1; i < job.path.size(); ++i) input.Move(doc, job.path[i].x, job.path[i].y);
@@ -386,6 +448,32 @@ int CannotOpen(const std::filesystem::path& path, std::string& err) {
   return kCliCannotOpen;
 }
 
+int CannotSave(const std::filesystem::path& path, std::string& err) {
+  err += "The file could not be saved.\n" + PathText(path) + "\n";
+  return kCliCannotSave;
+}
+
+// The selection as an 8-bit binary PGM of the canvas size, all zeros when
+// nothing is selected.
+bool WriteSelectionPgm(const Document& doc, const std::filesystem::path& path) {
+  SafeFileWriter out(path);
+  if (!out.Open()) return false;
+  const std::string header = "P5\n" + std::to_string(doc.width) + " " + std::to_string(doc.height) + "\n255\n";
+  out.Write(header.data(), header.size());
+  const std::vector<uint8_t> empty(std::size_t(doc.width), 0);
+  for (int32_t y = 0; y < doc.height; ++y)
+    out.Write(doc.selection ? doc.selection->Row(y) : empty.data(), std::size_t(doc.width));
+  return out.Commit();
+}
+
+// Saves OUT and, when asked, the selection beside it.
+int SaveResult(Document& doc, const std::filesystem::path& out, const std::optional<std::filesystem::path>& mask,
+               std::string& err) {
+  if (!SaveDocument(doc, out)) return CannotSave(out, err);
+  if (mask && !WriteSelectionPgm(doc, *mask)) return CannotSave(*mask, err);
+  return kCliOk;
+}
+
 }  // namespace
 
 int RunCli(const std::vector<std::u16string>& args, std::string& out, std::string& err) {
@@ -395,39 +483,37 @@ int RunCli(const std::vector<std::u16string>& args, std::string& out, std::strin
     out += OpsList();
     return kCliOk;
   }
-  if (command == u"apply") {
-    if (args.size() < 4) return Usage(err);
-    std::vector<ApplyStep> steps;
-    for (std::size_t i = 1; i + 2 < args.size(); ++i) {
-      bool rangeError = false;
-      auto step = ParseStep(args[i], err, rangeError);
-      if (!step) return rangeError ? kCliUsage : Usage(err);
-      steps.push_back(std::move(*step));
+  if (command == u"apply" || command == u"paint") {
+    // "--selection=FILE" right after the verb also writes the selection.
+    std::vector<std::u16string> rest(args.begin(), args.end());
+    std::optional<std::filesystem::path> mask;
+    constexpr std::u16string_view kSelectionOption = u"--selection=";
+    if (rest.size() > 1 && std::u16string_view(rest[1]).starts_with(kSelectionOption)) {
+      mask = ToPath(rest[1].substr(kSelectionOption.size()));
+      rest.erase(rest.begin() + 1);
+      if (mask->empty()) return Usage(err);
     }
-    const auto in = ToPath(args[args.size() - 2]), outPath = ToPath(args.back());
-    auto doc = OpenDocument(in);
-    if (!doc) return CannotOpen(in, err);
-    for (const ApplyStep& step : steps) RunStep(*doc, step);
-    if (!SaveDocument(*doc, outPath)) {
-      err += "The file could not be saved.\n" + PathText(outPath) + "\n";
-      return kCliCannotSave;
-    }
-    return kCliOk;
-  }
-  if (command == u"paint") {
-    if (args.size() < 5) return Usage(err);
+    if (rest.size() < (command == u"apply" ? 4u : 5u)) return Usage(err);
+    const auto in = ToPath(rest[rest.size() - 2]), outPath = ToPath(rest.back());
     bool rangeError = false;
-    const auto job = ParsePaint(args, err, rangeError);
+    if (command == u"apply") {
+      std::vector<ApplyStep> steps;
+      for (std::size_t i = 1; i + 2 < rest.size(); ++i) {
+        auto step = ParseStep(rest[i], err, rangeError);
+        if (!step) return rangeError ? kCliUsage : Usage(err);
+        steps.push_back(std::move(*step));
+      }
+      auto doc = OpenDocument(in);
+      if (!doc) return CannotOpen(in, err);
+      for (const ApplyStep& step : steps) RunStep(*doc, step);
+      return SaveResult(*doc, outPath, mask, err);
+    }
+    const auto job = ParsePaint(rest, err, rangeError);
     if (!job) return rangeError ? kCliUsage : Usage(err);
-    const auto in = ToPath(args[args.size() - 2]), outPath = ToPath(args.back());
     auto doc = OpenDocument(in);
     if (!doc) return CannotOpen(in, err);
     RunPaint(*doc, *job);
-    if (!SaveDocument(*doc, outPath)) {
-      err += "The file could not be saved.\n" + PathText(outPath) + "\n";
-      return kCliCannotSave;
-    }
-    return kCliOk;
+    return SaveResult(*doc, outPath, mask, err);
   }
   std::vector<std::u16string> operands;
   bool json = false, flatten = false;
@@ -450,10 +536,7 @@ int RunCli(const std::vector<std::u16string>& args, std::string& out, std::strin
     auto doc = OpenDocument(in);
     if (!doc) return CannotOpen(in, err);
     if (flatten) FlattenLayers(*doc);
-    if (!SaveDocument(*doc, outPath)) {
-      err += "The file could not be saved.\n" + PathText(outPath) + "\n";
-      return kCliCannotSave;
-    }
+    if (!SaveDocument(*doc, outPath)) return CannotSave(outPath, err);
     return kCliOk;
   }
   return Usage(err);

@@ -225,7 +225,7 @@ TEST(CliPaint, RefusesWhatItCannotDo) {
     EXPECT_EQ(r.err.find("usage:"), std::string::npos);
   }
   EXPECT_EQ(Cli({u"paint", u"brush", u"tolerance=5", u"1,1", in, out}).status, kCliUsage);
-  EXPECT_EQ(Cli({u"paint", u"fill", u"1,1", in, out}).status, kCliUsage);
+  EXPECT_EQ(Cli({u"paint", u"text", u"1,1", in, out}).status, kCliUsage);
   EXPECT_EQ(Cli({u"paint", u"brush", u"1,1,1", in, out}).status, kCliUsage);
   EXPECT_EQ(Cli({u"paint", u"brush", u"color=red", u"1,1", in, out}).status, kCliUsage);
   EXPECT_EQ(Cli({u"paint", u"eraser", u"size=3", in, out}).status, kCliUsage);  // no point
