@@ -45,6 +45,28 @@ std::unique_ptr<Document> CreateDocument(int32_t width, int32_t height, int32_t 
   return doc;
 }
 
+std::unique_ptr<Document> DocumentFromPicture(Surface pixels, int32_t dpi) {
+  auto doc = std::make_unique<Document>();
+  doc->width = pixels.Width();
+  doc->height = pixels.Height();
+  doc->dpi = dpi < 1 ? kDefaultDpi : dpi;
+  doc->compositeDirty = doc->Bounds();
+  doc->layers.reserve(8);
+  doc->history.states.reserve(32);
+  Layer background;
+  background.SetName(u"Background");
+  const uint32_t* p = pixels.Data();
+  bool opaque = true;
+  for (std::size_t i = 0, n = pixels.PixelCount(); i < n && opaque; ++i) opaque = p[i] >> 24 == 255;
+  background.opaqueBackground = opaque;
+  background.pixels = std::move(pixels);
+  background.effectsDirty = doc->Bounds();
+  doc->layers.push_back(std::move(background));
+  doc->untitledNumber = TakeUntitledNumber();
+  SetTitle(*doc);
+  return doc;
+}
+
 Layer* ActiveLayer(Document* doc) {
   if (!doc || doc->layers.empty()) return nullptr;
   doc->active = std::clamp(doc->active, 0, doc->LayerCount() - 1);

@@ -62,6 +62,11 @@ class Document {
 [[nodiscard]] std::unique_ptr<Document> CreateDocument(int32_t width, int32_t height, int32_t dpi,
                                                        uint32_t fillColor, int32_t colorCount);
 
+// A new document holding a decoded picture as its one "Background" layer,
+// taking the pixels without a copy; opaque-flagged only when every pixel
+// is. The size must already have passed the size limits.
+[[nodiscard]] std::unique_ptr<Document> DocumentFromPicture(Surface pixels, int32_t dpi);
+
 // The active layer after clamping the active index into range, or null when
 // there is no document or it has no layers.
 Layer* ActiveLayer(Document* doc);
