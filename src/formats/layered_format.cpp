@@ -7,6 +7,7 @@
 #include "document/size_limits.h"
 #include "base/file_io.h"
 #include "base/system_paths.h"
+#include "formats/byte_input.h"
 
 namespace tavora {
 namespace {
@@ -103,7 +104,7 @@ void WriteLayer(SafeFileWriter& out, const Layer& layer, int layout) {
 
 class WordReader {
  public:
-  explicit WordReader(FileReader& in) : in_(in) {}
+  explicit WordReader(ByteInput& in) : in_(in) {}
   bool Word(uint32_t& w) {
     uint8_t b[4];
     if (!in_.Read(b, 4)) return false;
@@ -119,7 +120,7 @@ class WordReader {
   bool Bytes(void* out, std::size_t n) { return in_.Read(out, n); }
 
  private:
-  FileReader& in_;
+  ByteInput& in_;
 };
 
 bool ReadShadowGlow(WordReader& in, ShadowGlowEffect& e) {
@@ -239,9 +240,18 @@ bool WriteLayeredDocument(const Document& doc, const std::filesystem::path& path
 }
 
 std::unique_ptr<Document> ReadLayeredDocument(const std::filesystem::path& path) {
-  FileReader file;
+  FileInput file;
   if (!file.Open(path)) return nullptr;
-  WordReader in(file);
+  return ReadLayeredDocument(file);
+}
+
+std::unique_ptr<Document> ReadLayeredDocumentBytes(std::span<const uint8_t> bytes) {
+  MemoryInput memory(bytes);
+  return ReadLayeredDocument(memory);
+}
+
+std::unique_ptr<Document> ReadLayeredDocument(ByteInput& source) {
+  WordReader in(source);
 
   char magic[4];
   if (!in.Bytes(magic, 4)) return nullptr;
