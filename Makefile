@@ -1,5 +1,5 @@
 # The two set-up commands: `make run` and `make test`.
-.PHONY: run test bench deps native win64 test-native test-win64 cli exe clean
+.PHONY: run test bench deps native win64 test-native test-win64 fuzz cli exe clean
 
 deps:
 	@tools/install-deps
@@ -18,7 +18,14 @@ test-native: native
 test-win64: win64
 	@status=0; ctest --preset win64 || status=$$?; tools/wine-run --shutdown; exit $$status
 
-test: test-native test-win64
+# Every reader of outside data under libFuzzer for a short while
+# (FUZZ_SECONDS each, 20 by default); a crash fails and keeps its input.
+fuzz: deps
+	@CXX=clang++ cmake -S fuzz -B build/fuzz -G Ninja >/dev/null
+	@cmake --build build/fuzz
+	@tools/run-fuzzers
+
+test: test-native test-win64 fuzz
 
 run: win64
 	@tools/run-tavora build/win64/bin/tavora.exe

@@ -38,6 +38,9 @@ IniFile IniFile::FromBytes(std::string_view bytes) {
 }
 
 IniFile IniFile::Parse(std::u16string_view text) {
+  // Byte-order marks are no part of the text, however the file was encoded
+  // (and a file written twice over by careless tools may hold several).
+  while (!text.empty() && text.front() == 0xFEFF) text.remove_prefix(1);
   IniFile ini;
   ini.sections_.push_back({});
   while (!text.empty()) {
@@ -72,7 +75,13 @@ std::string IniFile::ToBytes() const {
   std::u16string text;
   for (const Section& s : sections_) {
     if (&s != &sections_.front()) text += u"[" + s.name + u"]\r\n";
-    for (const Line& l : s.lines) text += (l.key.empty() ? l.value : l.key + u"=" + l.value) + u"\r\n";
+    for (const Line& l : s.lines) {
+      // Quotes keep what reading would otherwise trim or take for quotes.
+      const std::u16string_view v = l.value;
+      const bool quote = !l.key.empty() && !v.empty() &&
+                         (IsSpace(v.front()) || IsSpace(v.back()) || (v.size() >= 2 && v.front() == u'"' && v.back() == u'"'));
+      text += (l.key.empty() ? l.value : l.key + u"=" + (quote ? u"\"" + l.value + u"\"" : l.value)) + u"\r\n";
+    }
   }
   return Utf16ToUtf8(text);
 }

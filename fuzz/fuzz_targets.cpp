@@ -1,0 +1,59 @@
+#include "fuzz_targets.h"
+
+#include <cstring>
+#include <string>
+
+#include "base/ini_file.h"
+#include "formats/byte_input.h"
+#include "formats/layered_format.h"
+#include "formats/psd_reader.h"
+#include "formats/radiance_hdr.h"
+
+namespace tavora::fuzz {
+
+bool LayeredFormat(const uint8_t* data, std::size_t size) {
+  // A run pair fills a whole layer, so a few bytes can ask for gigabytes of
+  // honest work; keep each input to what a fuzzer can afford.
+  if (size >= 24) {
+    uint32_t width, height, count;
+    std::memcpy(&width, data + 4, 4);
+    std::memcpy(&height, data + 8, 4);
+    std::memcpy(&count, data + 20, 4);
+    if (uint64_t(width) * height * (count ? count : 1) > (1u << 22)) return true;
+  }
+  auto doc = ReadLayeredDocumentBytes({data, size});
+  return !doc || (doc->LayerCount() >= 1 && doc->active < doc->LayerCount());
+}
+
+bool Psd(const uint8_t* data, std::size_t size) {
+  // Keep the canvas small: every layer of a large one is honest work.
+  if (size >= 22) {
+    const uint64_t height = uint64_t(data[14]) << 24 | uint64_t(data[15]) << 16 | data[16] << 8 | data[17];
+    const uint64_t width = uint64_t(data[18]) << 24 | uint64_t(data[19]) << 16 | data[20] << 8 | data[21];
+    if (width * height > (1u << 20)) return true;
+  }
+  auto doc = ReadPsdBytes({data, size});
+  auto flat = ReadPsdFlattenedBytes({data, size});
+  for (const Layer* l = doc ? doc->layers.data() : nullptr; doc && l != doc->layers.data() + doc->LayerCount(); ++l)
+    if (l->Width() != doc->width || l->Height() != doc->height || l->blendMode < 0 || l->blendMode > 13) return false;
+  return true;
+}
+
+bool RadianceHdr(const uint8_t* data, std::size_t size) {
+  MemoryInput in({data, size});
+  const auto picture = DecodeRadianceHdr(in, 0.5f);
+  // Every pixel of a decoded picture is opaque.
+  if (picture)
+    for (std::size_t i = 0; i < picture->PixelCount(); ++i)
+      if (picture->Data()[i] >> 24 != 255) return false;
+  return true;
+}
+
+bool IniFile(const uint8_t* data, std::size_t size) {
+  // What the parser writes back must read again to exactly the same file.
+  const auto ini = tavora::IniFile::FromBytes({reinterpret_cast<const char*>(data), size});
+  const std::string written = ini.ToBytes();
+  return tavora::IniFile::FromBytes(written).ToBytes() == written;
+}
+
+}  // namespace tavora::fuzz
