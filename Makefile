@@ -9,6 +9,7 @@ native: deps
 	@cmake --build --preset native
 
 win64: deps
+	@tools/build-libwebp-mingw
 	@cmake --preset win64 >/dev/null
 	@cmake --build --preset win64
 

@@ -8,6 +8,7 @@
 #include "formats/layered_format.h"
 #include "formats/psd_reader.h"
 #include "formats/radiance_hdr.h"
+#include "formats/webp_codec.h"
 
 namespace tavora::fuzz {
 
@@ -54,6 +55,17 @@ bool IniFile(const uint8_t* data, std::size_t size) {
   const auto ini = tavora::IniFile::FromBytes({reinterpret_cast<const char*>(data), size});
   const std::string written = ini.ToBytes();
   return tavora::IniFile::FromBytes(written).ToBytes() == written;
+}
+
+}  // namespace tavora::fuzz
+
+namespace tavora::fuzz {
+
+bool Webp(const uint8_t* data, std::size_t size) {
+  const auto full = DecodeWebp({data, size});
+  const auto thumb = DecodeWebpThumbnail({data, size}, 64);
+  // A thumbnail never exceeds the size asked for.
+  return !thumb || (thumb->pixels.Width() <= 64 && thumb->pixels.Height() <= 64);
 }
 
 }  // namespace tavora::fuzz

@@ -18,10 +18,12 @@ bool LayeredFormat(const uint8_t* data, std::size_t size);
 bool Psd(const uint8_t* data, std::size_t size);
 bool RadianceHdr(const uint8_t* data, std::size_t size);
 bool IniFile(const uint8_t* data, std::size_t size);
+bool Webp(const uint8_t* data, std::size_t size);
 
 inline constexpr Target kTargets[] = {{"layered_format", &LayeredFormat},
                                       {"psd", &Psd},
                                       {"radiance_hdr", &RadianceHdr},
-                                      {"ini_file", &IniFile}};
+                                      {"ini_file", &IniFile},
+                                      {"webp", &Webp}};
 
 }  // namespace tavora::fuzz
