@@ -4,11 +4,9 @@
 
 #include "document/composite.h"
 #include "formats/layered_format.h"
-#include "processing/adjustments.h"
-#include "tools/brush_engine.h"
-#include "tools/selection.h"
 #include "pixels.h"
 #include "temp_dir.h"
+#include "tool_helpers.h"
 
 namespace tavora {
 namespace {
@@ -28,6 +26,13 @@ Result Cli(std::vector<std::u16string> args) {
 }
 
 std::u16string U(const std::filesystem::path& p) { return p.u16string(); }
+std::string Ascii(std::u16string_view text) { return {text.begin(), text.end()}; }
+
+// Writes a one-layer document of one colour and returns its path as an argument.
+std::u16string Plain(const TempDir& dir, const char* name, int32_t w, int32_t h, uint32_t colour) {
+  EXPECT_TRUE(WriteLayeredDocument(*CreateDocument(w, h, 72, colour, 0), dir / name));
+  return U(dir / name);
+}
 
 // Background, a half-transparent Multiply layer with a stroke, and a hidden
 // layer named with characters outside ASCII.
@@ -85,16 +90,12 @@ TEST(CliConvert, CopiesLayersOrFlattensThemLikeFlattenImage) {
   EXPECT_EQ(flat->layers[0].Name(), u"Background");
   EXPECT_TRUE(flat->layers[0].opaqueBackground);
   EXPECT_EQ(flat->layers[0].pixels.At(3, 2), CompositePixel(*doc, 3, 2));
-}
 
-TEST(CliConvert, FlattenClearsTheBackgroundFlagForOneTransparentPixel) {
-  TempDir dir;
-  auto doc = ThreeLayers();
-  doc->layers[0].pixels.At(0, 0) = 0;
-  doc->layers[1].pixels.At(0, 0) = 0;
-  ASSERT_TRUE(WriteLayeredDocument(*doc, dir / "in.tvl"));
-  ASSERT_EQ(Cli({u"convert", u"--flatten", U(dir / "in.tvl"), U(dir / "flat.tvl")}).status, kCliOk);
-  auto flat = ReadLayeredDocument(dir / "flat.tvl");
+  // One transparent pixel in the result clears the Background flag.
+  doc->layers[0].pixels.At(0, 0) = doc->layers[1].pixels.At(0, 0) = 0;
+  ASSERT_TRUE(WriteLayeredDocument(*doc, dir / "hole.tvl"));
+  ASSERT_EQ(Cli({u"convert", u"--flatten", U(dir / "hole.tvl"), U(dir / "flat.tvl")}).status, kCliOk);
+  flat = ReadLayeredDocument(dir / "flat.tvl");
   ASSERT_TRUE(flat);
   EXPECT_FALSE(flat->layers[0].opaqueBackground);
 }
@@ -111,8 +112,7 @@ TEST(CliErrors, StatusesMessagesAndNoPartialOutput) {
 
   Result unsaved = Cli({u"convert", U(dir / "in.tvl"), U(dir / "no-folder" / "o.tvl")});
   EXPECT_EQ(unsaved.status, kCliCannotSave);
-  EXPECT_EQ(unsaved.err,
-            "The file could not be saved.\n" + (dir / "no-folder" / "o.tvl").string() + "\n");
+  EXPECT_EQ(unsaved.err, "The file could not be saved.\n" + (dir / "no-folder" / "o.tvl").string() + "\n");
   EXPECT_EQ(Cli({u"convert", U(dir / "in.tvl"), U(dir / "o.bmp")}).status, kCliCannotSave);
   EXPECT_FALSE(std::filesystem::exists(dir / "o.bmp"));
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path()), {}), 1);
@@ -121,45 +121,42 @@ TEST(CliErrors, StatusesMessagesAndNoPartialOutput) {
            {}, {u"info"}, {u"info", u"a", u"b"}, {u"convert", u"a"}, {u"frobnicate", u"a"},
            {u"info", u"--flatten", u"a.tvl"}, {u"convert", u"--json", u"a", u"b"}}) {
     Result r = Cli(bad);
-    EXPECT_EQ(r.status, kCliUsage);
+    EXPECT_EQ(r.status, kCliUsage) << bad.size();
     EXPECT_NE(r.err.find("usage: tavora-cli"), std::string::npos);
   }
 }
 
 TEST(CliApply, RunsTableOperationsInOrderAndChecksRanges) {
   TempDir dir;
-  auto doc = CreateDocument(4, 4, 72, 0xFF204080, 0);
-  ASSERT_TRUE(WriteLayeredDocument(*doc, dir / "in.tvl"));
-  Result r = Cli({u"apply", u"invert", u"brightness-contrast=10", U(dir / "in.tvl"), U(dir / "out.tvl")});
+  const std::u16string in = Plain(dir, "in.tvl", 4, 4, 0xFF204080), x = U(dir / "x.tvl");
+  Result r = Cli({u"apply", u"invert", u"brightness-contrast=10", in, U(dir / "out.tvl")});
   ASSERT_EQ(r.status, kCliOk) << r.err;
   auto out = ReadLayeredDocument(dir / "out.tvl");
   ASSERT_TRUE(out);
-  uint8_t table[256];
-  BrightnessContrastTable(10, 0, table);
-  EXPECT_EQ(out->layers[0].pixels.At(1, 1),
-            0xFF000000u | uint32_t(table[0xDF]) << 16 | uint32_t(table[0xBF]) << 8 | table[0x7F]);
+  EXPECT_EQ(out->layers[0].pixels.At(1, 1), 0xFFF3D393u);  // inverted to DFBF7F, then brightness 10 adds 20
 
   // Values out of range, not finite or empty: the row's message alone, nothing written.
-  for (std::u16string bad : {u"gaussian-blur=250", u"gaussian-blur=nan", u"gaussian-blur=inf",
-                             u"gaussian-blur=", u"gaussian-blur=0.04", u"brightness-contrast=10,",
-                             u"gaussian-blur=2x"}) {
-    Result range = Cli({u"apply", bad, U(dir / "in.tvl"), U(dir / "x.tvl")});
-    EXPECT_EQ(range.status, kCliUsage) << std::string(bad.begin(), bad.end());
+  for (std::u16string bad : {u"gaussian-blur=250", u"gaussian-blur=nan", u"gaussian-blur=inf", u"gaussian-blur=",
+                             u"gaussian-blur=0.04", u"brightness-contrast=10,", u"gaussian-blur=2x"}) {
+    Result range = Cli({u"apply", bad, in, x});
+    EXPECT_EQ(range.status, kCliUsage) << Ascii(bad);
     EXPECT_NE(range.err.find("Please enter a value between "), std::string::npos) << range.err;
     EXPECT_EQ(range.err.find("usage:"), std::string::npos) << range.err;
     EXPECT_FALSE(std::filesystem::exists(dir / "x.tvl"));
   }
+  // An operation not available yet, an unknown one, values for an immediate
+  // one, an unknown choice, a third colour.
+  for (std::u16string bad : {u"whiten-area", u"frobnicate", u"invert=3", u"add-noise=30,2",
+                             u"spiral=10,100,0,#FF0000,#0000FF,#00FF00"})
+    EXPECT_EQ(Cli({u"apply", bad, in, x}).status, kCliUsage) << Ascii(bad);
+  EXPECT_FALSE(std::filesystem::exists(dir / "x.tvl"));
+  EXPECT_EQ(Cli({u"apply", u"Add Noise=30,option,uniform", in, U(dir / "n.tvl")}).status, kCliOk);
+
   // A typed value is rounded to the row's decimals, as the slider stores it:
   // threshold 127.6 is 128, which turns luminance 127 black (127 would not).
-  ASSERT_TRUE(WriteLayeredDocument(*CreateDocument(2, 2, 72, 0xFF7F7F7F, 0), dir / "grey.tvl"));
-  ASSERT_EQ(Cli({u"apply", u"threshold=127.6", U(dir / "grey.tvl"), U(dir / "t.tvl")}).status, kCliOk);
-  EXPECT_EQ(ReadLayeredDocument(dir / "t.tvl")->layers[0].pixels.At(0, 0), 0xFF000000u);
-  EXPECT_EQ(Cli({u"apply", u"whiten-area", U(dir / "in.tvl"), U(dir / "x.tvl")}).status, kCliUsage);
-  EXPECT_EQ(Cli({u"apply", u"frobnicate", U(dir / "in.tvl"), U(dir / "x.tvl")}).status, kCliUsage);
-  EXPECT_EQ(Cli({u"apply", u"invert=3", U(dir / "in.tvl"), U(dir / "x.tvl")}).status, kCliUsage);
-  EXPECT_EQ(Cli({u"apply", u"Add Noise=30,option,uniform", U(dir / "in.tvl"), U(dir / "n.tvl")}).status,
+  ASSERT_EQ(Cli({u"apply", u"threshold=127.6", Plain(dir, "grey.tvl", 2, 2, 0xFF7F7F7F), U(dir / "t.tvl")}).status,
             kCliOk);
-  EXPECT_EQ(Cli({u"apply", u"add-noise=30,2", U(dir / "in.tvl"), U(dir / "x.tvl")}).status, kCliUsage);
+  EXPECT_EQ(ReadLayeredDocument(dir / "t.tvl")->layers[0].pixels.At(0, 0), 0xFF000000u);
 
   Result ops = Cli({u"ops"});
   EXPECT_EQ(ops.status, kCliOk);
@@ -171,8 +168,8 @@ TEST(CliApply, RunsTableOperationsInOrderAndChecksRanges) {
 
 TEST(CliApply, SpiralTakesItsColoursAfterTheRows) {
   TempDir dir;
-  ASSERT_TRUE(WriteLayeredDocument(*CreateDocument(60, 60, 72, 0xFF808080, 0), dir / "g.tvl"));
-  Result r = Cli({u"apply", u"spiral=10,100,0,#FF0000,#0000FF", U(dir / "g.tvl"), U(dir / "s.tvl")});
+  const std::u16string in = Plain(dir, "g.tvl", 60, 60, 0xFF808080);
+  Result r = Cli({u"apply", u"spiral=10,100,0,#FF0000,#0000FF", in, U(dir / "s.tvl")});
   ASSERT_EQ(r.status, kCliOk) << r.err;
   auto doc = ReadLayeredDocument(dir / "s.tvl");
   ASSERT_TRUE(doc);
@@ -180,15 +177,12 @@ TEST(CliApply, SpiralTakesItsColoursAfterTheRows) {
   EXPECT_EQ(px.At(35, 30), 0xFFFF0000u);  // 5.5 px right of the centre: the line
   EXPECT_EQ(px.At(45, 30), 0xFF0000FFu);  // 15.5 px: the gap
   EXPECT_EQ(px.At(0, 0), 0xFF808080u);    // outside the radius
-  EXPECT_EQ(Cli({u"apply", u"spiral=10,100,0,#FF0000,#0000FF,#00FF00", U(dir / "g.tvl"), U(dir / "t.tvl")}).status,
-            kCliUsage);
 }
 
 TEST(CliPaint, StrokesLikeTheCanvasAndKeepsToTheSelection) {
   TempDir dir;
-  ASSERT_TRUE(WriteLayeredDocument(*CreateDocument(40, 30, 72, 0xFFFFFFFF, 0), dir / "w.tvl"));
-  Result r = Cli({u"paint", u"brush", u"size=6", u"hardness=100", u"color=FF0000", u"select=10,0,30,30",
-                  u"2.5,10.5", u"20.5,10.5", u"37.5,10.5", U(dir / "w.tvl"), U(dir / "p.tvl")});
+  Result r = Cli({u"paint", u"brush", u"size=6", u"hardness=100", u"color=FF0000", u"select=10,0,30,30", u"2.5,10.5",
+                  u"20.5,10.5", u"37.5,10.5", Plain(dir, "w.tvl", 40, 30, 0xFFFFFFFF), U(dir / "p.tvl")});
   ASSERT_EQ(r.status, kCliOk) << r.err;
   auto painted = ReadLayeredDocument(dir / "p.tvl");
   ASSERT_TRUE(painted);
@@ -200,37 +194,32 @@ TEST(CliPaint, StrokesLikeTheCanvasAndKeepsToTheSelection) {
 
   // The same stroke through the engine directly gives the same pixels.
   auto doc = CreateDocument(40, 30, 72, 0xFFFFFFFF, 0);
-  BrushParams params;
-  params.size = 6;
-  params.hardness = 100;
+  BrushParams params = testing_support::Params(BrushTool::Brush, 6, 100);
   params.primary = 0xFFFF0000;
-  const ShapePoint corners[] = {{10, 0}, {30, 30}};
-  CommitRegion(*doc, *RasterizeShape(*doc, ShapeKind::Rectangle, corners, 0), kSelectNew);
-  BeginStroke(*doc, 2.5, 10.5, 1, params);
-  ContinueStroke(*doc, 20.5, 10.5);
-  ContinueStroke(*doc, 37.5, 10.5);
-  EndStroke(*doc);
-  for (int32_t y = 0; y < 30; ++y)
-    for (int32_t x = 0; x < 40; ++x) ASSERT_EQ(px.At(x, y), doc->layers[0].pixels.At(x, y)) << x << "," << y;
+  testing_support::SelectRect(*doc, 10, 0, 30, 30);
+  testing_support::Stroke(*doc, params, {{2.5, 10.5}, {20.5, 10.5}, {37.5, 10.5}});
+  EXPECT_TRUE(SamePixels(px, doc->layers[0].pixels));
 }
 
 TEST(CliPaint, RefusesWhatItCannotDo) {
   TempDir dir;
-  ASSERT_TRUE(WriteLayeredDocument(*CreateDocument(8, 8, 72, 0xFFFFFFFF, 0), dir / "w.tvl"));
-  const std::u16string in = U(dir / "w.tvl"), out = U(dir / "o.tvl");
+  const std::u16string in = Plain(dir, "w.tvl", 8, 8, 0xFFFFFFFF), out = U(dir / "o.tvl");
   for (std::u16string bad : {u"size=501", u"size=nan", u"size=", u"size=1e10"}) {
     Result r = Cli({u"paint", u"brush", bad, u"1,1", in, out});
-    EXPECT_EQ(r.status, kCliUsage);
+    EXPECT_EQ(r.status, kCliUsage) << Ascii(bad);
     EXPECT_NE(r.err.find("size: Please enter a value between 1 and 500."), std::string::npos) << r.err;
-    EXPECT_EQ(r.err.find("usage:"), std::string::npos);
+    EXPECT_EQ(r.err.find("usage:"), std::string::npos) << r.err;
   }
-  EXPECT_EQ(Cli({u"paint", u"brush", u"tolerance=5", u"1,1", in, out}).status, kCliUsage);
-  EXPECT_EQ(Cli({u"paint", u"text", u"1,1", in, out}).status, kCliUsage);
-  EXPECT_EQ(Cli({u"paint", u"brush", u"1,1,1", in, out}).status, kCliUsage);
-  EXPECT_EQ(Cli({u"paint", u"brush", u"color=red", u"1,1", in, out}).status, kCliUsage);
-  EXPECT_EQ(Cli({u"paint", u"eraser", u"size=3", in, out}).status, kCliUsage);  // no point
-  for (std::u16string bad : {u"nan,1", u"1,inf", u"1e300,1"})
-    EXPECT_EQ(Cli({u"paint", u"brush", bad, in, out}).status, kCliUsage) << std::string(bad.begin(), bad.end());
+  // An option the tool lacks, a tool it cannot stroke, points that are not
+  // two finite numbers or missing, a colour that is not hexadecimal.
+  for (const auto& bad : std::vector<std::vector<std::u16string>>{
+           {u"brush", u"tolerance=5", u"1,1"}, {u"text", u"1,1"}, {u"brush", u"1,1,1"}, {u"brush", u"nan,1"},
+           {u"brush", u"1,inf"}, {u"brush", u"1e300,1"}, {u"eraser", u"size=3"}, {u"brush", u"color=red", u"1,1"}}) {
+    std::vector<std::u16string> args{u"paint"};
+    args.insert(args.end(), bad.begin(), bad.end());
+    args.insert(args.end(), {in, out});
+    EXPECT_EQ(Cli(args).status, kCliUsage) << Ascii(bad.back());
+  }
   EXPECT_EQ(Cli({u"paint", u"brush", u"1,1", U(dir / "missing.tvl"), out}).status, kCliCannotOpen);
   EXPECT_FALSE(std::filesystem::exists(dir / "o.tvl"));
   EXPECT_EQ(Cli({u"paint", u"Eraser", u"button=right", u"1,1", in, out}).status, kCliOk);

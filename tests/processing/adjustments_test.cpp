@@ -3,17 +3,26 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
-#include <cstring>
 #include <random>
 #include <vector>
 
 #include "document/history.h"
+#include "pixels.h"
 
 namespace tavora {
 namespace {
 
+using testing_support::SamePixels;
+
 uint32_t Px(uint32_t a, uint32_t r, uint32_t g, uint32_t b) { return a << 24 | r << 16 | g << 8 | b; }
+
+bool IsIdentity(const uint8_t* table) {
+  for (int i = 0; i < 256; ++i)
+    if (table[i] != i) return false;
+  return true;
+}
 
 TEST(ToneRoutines, LerpPixelIsExactlyRoundedOnEveryChannel) {
   for (uint32_t a = 0; a < 256; a += 5)
@@ -30,25 +39,23 @@ TEST(ToneRoutines, PercentileClipFindsTheFirstBinsPastTheCut) {
   h[10] = 5;
   h[20] = 990;
   h[240] = 5;
+  const uint64_t empty[256] = {};
+  const auto clip = [](const uint64_t* histogram, uint64_t total, double percent) {
+    const ClipRange r = PercentileClip(histogram, total, percent);
+    return std::pair{r.low, r.high};
+  };
   // 0.5 % of 1000 is 5: the sum must exceed 5, so bins 10 and 240 are cut.
-  ClipRange r = PercentileClip(h, 1000, 0.5);
-  EXPECT_EQ(r.low, 20);
-  EXPECT_EQ(r.high, 20);
-  r = PercentileClip(h, 1000, 0.1);  // cut 1: the outer bins already exceed it
-  EXPECT_EQ(r.low, 10);
-  EXPECT_EQ(r.high, 240);
-  uint64_t empty[256] = {};
-  r = PercentileClip(empty, 0, 0.5);
-  EXPECT_EQ(r.low, 0);
-  EXPECT_EQ(r.high, 255);
+  EXPECT_EQ(clip(h, 1000, 0.5), std::pair(20, 20));
+  EXPECT_EQ(clip(h, 1000, 0.1), std::pair(10, 240));  // cut 1: the outer bins already exceed it
+  EXPECT_EQ(clip(empty, 0, 0.5), std::pair(0, 255));
 }
 
 TEST(ToneRoutines, StretchTablesAndTheirIdentityCases) {
   uint8_t t[256];
-  StretchLut(t, 50, 51);
-  for (int i = 0; i < 256; ++i) ASSERT_EQ(t[i], i);
-  StretchLut(t, 100, 100);
-  for (int i = 0; i < 256; ++i) ASSERT_EQ(t[i], i);
+  for (auto [low, high] : {std::pair{50, 51}, {100, 100}}) {
+    StretchLut(t, low, high);
+    EXPECT_TRUE(IsIdentity(t)) << low << ".." << high;
+  }
   StretchLut(t, 50, 200);
   EXPECT_EQ(t[0], 0);
   EXPECT_EQ(t[50], 0);
@@ -65,9 +72,7 @@ TEST(ToneRoutines, HsvRoundTripsEveryColourOfAGrid) {
         const Hsv hsv = RgbToHsv(r, g, b);
         int32_t r2, g2, b2;
         HsvToRgb(hsv.h, hsv.s, hsv.v, r2, g2, b2);
-        ASSERT_EQ(r2, r);
-        ASSERT_EQ(g2, g);
-        ASSERT_EQ(b2, b);
+        ASSERT_EQ((std::array{r2, g2, b2}), (std::array{r, g, b}));
       }
   const Hsv red = RgbToHsv(255, 0, 0);
   EXPECT_EQ(red.h, 0);
@@ -79,44 +84,41 @@ TEST(ToneRoutines, HsvRoundTripsEveryColourOfAGrid) {
   EXPECT_EQ(r, 0);
 }
 
-TEST(Adjustments, BrightnessContrastTables) {
+TEST(Adjustments, ToneTablesAtTheirLimitsAndIdentities) {
   uint8_t t[256];
   BrightnessContrastTable(0, 0, t);
-  for (int i = 0; i < 256; ++i) ASSERT_EQ(t[i], i);
-  for (int c : {-100, -37, 55, 100}) {
-    for (int b : {-100, 0, 40}) {
-      BrightnessContrastTable(b, c, t);
-      const float f = float((2 * c + 255) * 259) / float((259 - 2 * c) * 255);
-      for (int i = 0; i < 256; ++i) {
-        const float v = float(i - 128) * f + 128.0f + float(2 * b);
-        const int want = v < 0 ? 0 : v > 255 ? 255 : int(v + 0.5f);
-        ASSERT_EQ(t[i], want) << b << " " << c << " " << i;
-      }
-    }
-  }
-  BrightnessContrastTable(0, -100, t);  // f about 0.12: almost flat grey
-  EXPECT_EQ(t[0], 112);
-  EXPECT_EQ(t[255], 143);
-  BrightnessContrastTable(0, 100, t);  // f about 7.8: nearly a threshold
-  EXPECT_EQ(t[120], 65);
-  EXPECT_EQ(t[140], 222);
-}
-
-TEST(Adjustments, GammaShiftsDoubleOrHalveTheChannelGamma) {
-  uint8_t t[256];
+  EXPECT_TRUE(IsIdentity(t));
   GammaTable(1.0f, 0, t);
-  for (int i = 0; i < 256; ++i) ASSERT_EQ(t[i], i);
-  GammaTable(0.3f, -100, t);  // g = 0.15, exponent 6.67
-  EXPECT_EQ(t[128], static_cast<int>(std::pow(128 / 255.0, 1 / 0.15) * 255 + 0.5));
-  EXPECT_EQ(t[255], 255);
-  GammaTable(0.01f, 0, t);  // below 0.05: the fixed exponent 20
-  EXPECT_EQ(t[250], static_cast<int>(std::pow(250 / 255.0, 20.0) * 255 + 0.5));
-  GammaTable(1.0f, 100, t);  // gamma 2: brighter mid-tones
-  EXPECT_EQ(t[64], static_cast<int>(std::sqrt(64 / 255.0) * 255 + 0.5));
-}
-
-TEST(Adjustments, PosterizeThresholdInvertGrayscaleAndSepia) {
-  uint8_t t[256];
+  EXPECT_TRUE(IsIdentity(t));
+  // Contrast scales about 128 by f = (2c + 255) 259 / ((259 - 2c) 255), then
+  // brightness adds 2b; rounded and clamped.
+  const struct {
+    int brightness, contrast, in, want;
+  } bc[] = {
+      {0, -100, 0, 112}, {0, -100, 255, 143},  // f about 0.12: almost flat grey
+      {0, 100, 120, 65},  {0, 100, 140, 222},  // f about 7.8: nearly a threshold (221.99 rounds up)
+      {40, 0, 0, 80},     {40, 0, 176, 255},   {-100, 0, 199, 0}, {-100, 0, 255, 55},
+      {40, 55, 100, 138},                      // -28 f + 208, f about 2.488
+  };
+  for (const auto& c : bc) {
+    BrightnessContrastTable(c.brightness, c.contrast, t);
+    EXPECT_EQ(t[c.in], c.want) << c.brightness << " " << c.contrast << " at " << c.in;
+  }
+  // Gamma: value^(1 / g) with g = gamma x 2^(shift / 100), and the fixed
+  // exponent 20 below g 0.05.
+  const struct {
+    float gamma;
+    int shift, in, want;
+  } gamma[] = {
+      {0.3f, -100, 128, 3},  // g 0.15: (128 / 255)^6.67 x 255 = 2.6
+      {0.3f, -100, 255, 255},
+      {0.01f, 0, 250, 172},  // (250 / 255)^20 x 255
+      {1.0f, 100, 64, 128},  // g 2: the square root, brighter mid-tones
+  };
+  for (const auto& g : gamma) {
+    GammaTable(g.gamma, g.shift, t);
+    EXPECT_EQ(t[g.in], g.want) << g.gamma << " " << g.shift << " at " << g.in;
+  }
   PosterizeTable(2, t);
   EXPECT_EQ(t[127], 0);
   EXPECT_EQ(t[128], 255);
@@ -127,79 +129,48 @@ TEST(Adjustments, PosterizeThresholdInvertGrayscaleAndSepia) {
   EXPECT_EQ(outs, (std::vector<int>{0, 85, 170, 255}));
   PosterizeTable(1000, t);  // clamped to 64 levels
   EXPECT_EQ(t[4], 4);
-
-  std::vector<uint32_t> px{Px(9, 255, 255, 255), Px(255, 254, 255, 255), Px(7, 0, 0, 0)};
-  ThresholdParams zero{0}, top{255};
-  auto copy = px;
-  Threshold(copy.data(), 3, 1, &zero);
-  EXPECT_EQ(copy, (std::vector<uint32_t>{Px(9, 255, 255, 255), Px(255, 255, 255, 255), Px(7, 255, 255, 255)}));
-  copy = px;
-  Threshold(copy.data(), 3, 1, &top);  // only luminance 255 stays white
-  EXPECT_EQ(copy, (std::vector<uint32_t>{Px(9, 255, 255, 255), Px(255, 0, 0, 0), Px(7, 0, 0, 0)}));
-
-  std::mt19937 rng(2);
-  std::vector<uint32_t> noise(500);
-  for (auto& p : noise) p = rng();
-  auto twice = noise;
-  Invert(twice.data(), 500, 1, nullptr);
-  EXPECT_NE(twice, noise);
-  Invert(twice.data(), 500, 1, nullptr);
-  EXPECT_EQ(twice, noise);
-  auto grey = noise;
-  Grayscale(grey.data(), 500, 1, nullptr);
-  auto grey2 = grey;
-  Grayscale(grey2.data(), 500, 1, nullptr);
-  EXPECT_EQ(grey, grey2);
-  for (std::size_t i = 0; i < noise.size(); ++i) {
-    const uint32_t p = noise[i];
-    const uint32_t y = (77 * ((p >> 16) & 255) + 150 * ((p >> 8) & 255) + 29 * (p & 255)) >> 8;
-    ASSERT_EQ(grey[i], (p & 0xFF000000u) | y << 16 | y << 8 | y);
-  }
-  std::vector<uint32_t> sepia{Px(255, 255, 255, 255), Px(128, 100, 50, 20)};
-  Sepia(sepia.data(), 2, 1, nullptr);
-  EXPECT_EQ(sepia[0], Px(255, 255, 255, 238));
-  EXPECT_EQ(sepia[1], Px(128, (39300 + 38450 + 3780) / 1000, (34900 + 34300 + 3360) / 1000,
-                         (27200 + 26700 + 2620) / 1000));
 }
 
-TEST(Adjustments, HueSaturationAndColorize) {
+TEST(Adjustments, PixelOperationsOnChosenColours) {
+  const ThresholdParams zero{0}, top{255};
+  const HueSaturationParams turn{120, 0, 0}, grey{0, -100, 0}, lighter{0, 0, 50}, darker{0, 0, -50};
+  const ColorizeParams tint{200, 60, 0}, dark{200, 60, -100};  // hue 200 at 60 % is (102, 204, 255)
+  const struct {
+    const char* what;
+    PixelOp op;
+    const void* params;
+    uint32_t in, want;
+  } rows[] = {
+      {"invert keeps alpha", &Invert, nullptr, Px(9, 1, 2, 3), Px(9, 254, 253, 252)},
+      {"grey of red", &Grayscale, nullptr, Px(10, 255, 0, 0), Px(10, 76, 76, 76)},
+      {"grey of green", &Grayscale, nullptr, Px(255, 0, 255, 0), Px(255, 149, 149, 149)},
+      {"a grey stays", &Grayscale, nullptr, Px(255, 77, 77, 77), Px(255, 77, 77, 77)},
+      {"sepia of white", &Sepia, nullptr, Px(255, 255, 255, 255), Px(255, 255, 255, 238)},
+      {"sepia truncates", &Sepia, nullptr, Px(128, 100, 50, 20), Px(128, 81, 72, 56)},
+      {"threshold 0", &Threshold, &zero, Px(7, 0, 0, 0), Px(7, 255, 255, 255)},
+      {"threshold 255, white", &Threshold, &top, Px(9, 255, 255, 255), Px(9, 255, 255, 255)},
+      {"threshold 255, luminance 254", &Threshold, &top, Px(255, 254, 255, 255), Px(255, 0, 0, 0)},
+      {"hue +120", &HueSaturation, &turn, Px(255, 255, 0, 0), Px(255, 0, 255, 0)},
+      {"HSV keeps V: full red goes white", &HueSaturation, &grey, Px(10, 255, 0, 0), Px(10, 255, 255, 255)},
+      {"lighter: 100 + 155 x 50 / 100", &HueSaturation, &lighter, Px(255, 100, 100, 100), Px(255, 177, 177, 177)},
+      {"darker: 101 x 0.5 truncates", &HueSaturation, &darker, Px(255, 101, 101, 101), Px(255, 50, 50, 50)},
+      {"colorize white", &Colorize, &tint, Px(255, 255, 255, 255), Px(255, 255, 255, 255)},
+      {"colorize black", &Colorize, &tint, Px(255, 0, 0, 0), Px(255, 0, 0, 0)},
+      {"the light half: tint + (255 - tint) 2 (l - 0.5)", &Colorize, &tint, Px(3, 128, 128, 128), Px(3, 102, 204, 255)},
+      {"l below 0", &Colorize, &dark, Px(255, 60, 60, 60), Px(255, 0, 0, 0)},
+  };
+  for (const auto& r : rows) {
+    uint32_t p = r.in;
+    r.op(&p, 1, 1, r.params);
+    EXPECT_EQ(p, r.want) << r.what << std::hex << ": got " << p;
+  }
   std::mt19937 rng(4);
   std::vector<uint32_t> px(300);
   for (auto& p : px) p = rng();
   auto same = px;
-  HueSaturationParams none{0, 0, 0};
+  const HueSaturationParams none{0, 0, 0};
   HueSaturation(same.data(), 300, 1, &none);
   EXPECT_EQ(same, px);
-  std::vector<uint32_t> red{Px(255, 255, 0, 0)};
-  HueSaturationParams turn{120, 0, 0};
-  HueSaturation(red.data(), 1, 1, &turn);
-  EXPECT_EQ(red[0], Px(255, 0, 255, 0));
-  HueSaturationParams grey{0, -100, 0};
-  red = {Px(10, 255, 0, 0)};
-  HueSaturation(red.data(), 1, 1, &grey);
-  EXPECT_EQ(red[0], Px(10, 255, 255, 255));  // HSV keeps V: full red goes white
-  HueSaturationParams lighter{0, 0, 50}, darker{0, 0, -50};
-  std::vector<uint32_t> mid{Px(255, 100, 100, 100)};
-  HueSaturation(mid.data(), 1, 1, &lighter);
-  EXPECT_EQ(mid[0], Px(255, 177, 177, 177));  // 100 + 155 * 50 / 100
-  mid = {Px(255, 101, 101, 101)};
-  HueSaturation(mid.data(), 1, 1, &darker);
-  EXPECT_EQ(mid[0], Px(255, 50, 50, 50));
-
-  std::vector<uint32_t> bw{Px(255, 255, 255, 255), Px(255, 0, 0, 0), Px(3, 128, 128, 128)};
-  ColorizeParams tint{200, 60, 0};
-  Colorize(bw.data(), 3, 1, &tint);
-  EXPECT_EQ(bw[0], Px(255, 255, 255, 255));
-  EXPECT_EQ(bw[1], Px(255, 0, 0, 0));
-  int32_t tr, tg, tb;
-  HsvToRgb(200, 0.6, 1.0, tr, tg, tb);
-  const double l = 128 / 255.0;  // the light half: t = 2 (l - 0.5)
-  EXPECT_EQ(bw[2], Px(3, int((255 - tr) * 2 * (l - 0.5) + tr), int((255 - tg) * 2 * (l - 0.5) + tg),
-                      int((255 - tb) * 2 * (l - 0.5) + tb)));
-  ColorizeParams dark{200, 60, -100};
-  std::vector<uint32_t> black{Px(255, 60, 60, 60)};
-  Colorize(black.data(), 1, 1, &dark);  // l below 0
-  EXPECT_EQ(black[0], Px(255, 0, 0, 0));
 }
 
 TEST(AutoAdjustments, StretchCraftedHistogramsAndLeaveFlatChannels) {
@@ -259,15 +230,23 @@ void ShiftRight(uint32_t* p, int32_t w, int32_t h, const void*) {
     for (int32_t x = w - 1; x > 0; --x) p[y * w + x] = p[y * w + x - 1];
 }
 
+// One row of greys (x times step at x) and a selection of these bytes
+// within `bounds`.
+std::unique_ptr<Document> GreyRow(uint32_t step, const std::vector<uint8_t>& selected, const Rect& bounds) {
+  const int32_t w = int32_t(selected.size());
+  auto doc = CreateDocument(w, 1, 72, 0xFF000000, 0);
+  doc->selection.emplace(w, 1);
+  for (int32_t x = 0; x < w; ++x) {
+    doc->layers[0].pixels.At(x, 0) = Px(255, step * x, step * x, step * x);
+    doc->selection->At(x, 0) = selected[x];
+  }
+  doc->selectionBounds = bounds;
+  return doc;
+}
+
 TEST(ApplyToSelectionDriver, FeatheredMasksBlendAndUndoRestoresTheBits) {
-  auto doc = CreateDocument(8, 2, 72, 0xFF000000, 0);
-  for (int x = 0; x < 8; ++x) doc->layers[0].pixels.At(x, 0) = Px(255, 10 * x, 0, 0);
+  auto doc = GreyRow(10, {0, 0, 255, 128, 0, 0, 0, 0}, {2, 0, 5, 1});  // x 4: inside the bounds, not selected
   const Surface before = doc->layers[0].pixels;
-  doc->selection.emplace(8, 2);
-  doc->selection->At(2, 0) = 255;
-  doc->selection->At(3, 0) = 128;
-  doc->selection->At(4, 0) = 0;  // inside the bounds, not selected
-  doc->selectionBounds = {2, 0, 5, 1};
   ApplyToSelection(*doc, u"Invert", &Invert, nullptr, 0);
   const Surface& after = doc->layers[0].pixels;
   EXPECT_EQ(after.At(2, 0), before.At(2, 0) ^ 0x00FFFFFFu);
@@ -276,26 +255,20 @@ TEST(ApplyToSelectionDriver, FeatheredMasksBlendAndUndoRestoresTheBits) {
   EXPECT_EQ(after.At(1, 0), before.At(1, 0));
   EXPECT_EQ(UndoLabel(*doc), u"Invert");
   ASSERT_TRUE(Undo(*doc));
-  EXPECT_EQ(std::memcmp(doc->layers[0].pixels.Data(), before.Data(), before.PixelCount() * 4), 0);
+  EXPECT_TRUE(SamePixels(doc->layers[0].pixels, before));
 }
 
 TEST(ApplyToSelectionDriver, TheMarginLetsAnOperationSeeOutsideTheSelection) {
-  auto doc = CreateDocument(6, 1, 72, 0xFF000000, 0);
-  for (int x = 0; x < 6; ++x) doc->layers[0].pixels.At(x, 0) = Px(255, x, x, x);
-  doc->selection.emplace(6, 1);
-  for (int x = 2; x < 4; ++x) doc->selection->At(x, 0) = 255;
-  doc->selectionBounds = {2, 0, 4, 1};
+  const std::vector<uint8_t> middle{0, 0, 255, 255, 0, 0};
+  auto doc = GreyRow(1, middle, {2, 0, 4, 1});
   ApplyToSelection(*doc, u"Shift", &ShiftRight, nullptr, 1);
   EXPECT_EQ(doc->layers[0].pixels.At(2, 0), Px(255, 1, 1, 1));  // came from outside
   EXPECT_EQ(doc->layers[0].pixels.At(3, 0), Px(255, 2, 2, 2));
   EXPECT_EQ(doc->layers[0].pixels.At(4, 0), Px(255, 4, 4, 4));  // margin not written
-  auto noMargin = CreateDocument(6, 1, 72, 0xFF000000, 0);
-  for (int x = 0; x < 6; ++x) noMargin->layers[0].pixels.At(x, 0) = Px(255, x, x, x);
-  noMargin->selection = doc->selection;
-  noMargin->selectionBounds = doc->selectionBounds;
+  auto noMargin = GreyRow(1, middle, {2, 0, 4, 1});
   ApplyToSelection(*noMargin, u"Shift", &ShiftRight, nullptr, 0);
   EXPECT_EQ(noMargin->layers[0].pixels.At(2, 0), Px(255, 2, 2, 2));  // saw only itself
-  // No layer, or a selection off the layer: nothing is recorded.
+  // A selection off the layer: nothing is recorded.
   noMargin->selectionBounds = {};
   const auto states = noMargin->history.states.size();
   ApplyToSelection(*noMargin, u"Shift", &ShiftRight, nullptr, 0);

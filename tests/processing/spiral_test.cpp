@@ -9,12 +9,6 @@ namespace {
 
 constexpr uint32_t kRed = 0xFFFF0000, kBlue = 0xFF0000FF, kGrey = 0xFF808080;
 
-std::vector<uint32_t> Draw(int32_t w, int32_t h, const SpiralParams& p) {
-  std::vector<uint32_t> pixels(std::size_t(w) * std::size_t(h), kGrey);
-  Spiral(pixels.data(), w, h, &p);
-  return pixels;
-}
-
 TEST(Spiral, LineAndGapAlternateOutwardsAtTheThickness) {
   SpiralParams p;
   p.thickness = 10;
@@ -37,6 +31,28 @@ TEST(Spiral, LineAndGapAlternateOutwardsAtTheThickness) {
   EXPECT_DOUBLE_EQ(SpiralLineWeight(10, 0, p), 0.5);
 }
 
+struct Drawn {
+  int red = 0, blue = 0, mixed = 0;
+};
+
+// Draws over grey in 100 x 100 and counts the pixels of each colour and the
+// mixed ones; nothing farther than `reach` from the centre may change.
+Drawn Draw(const SpiralParams& p, double reach) {
+  std::vector<uint32_t> pixels(100 * 100, kGrey);
+  Spiral(pixels.data(), 100, 100, &p);
+  Drawn d;
+  for (int32_t y = 0; y < 100; ++y)
+    for (int32_t x = 0; x < 100; ++x) {
+      const double dx = x + 0.5 - 50, dy = y + 0.5 - 50;
+      const uint32_t px = pixels[std::size_t(y) * 100 + std::size_t(x)];
+      if (dx * dx + dy * dy > reach * reach) EXPECT_EQ(px, kGrey) << x << "," << y;
+      d.red += px == kRed;
+      d.blue += px == kBlue;
+      d.mixed += px != kRed && px != kBlue && px != kGrey;
+    }
+  return d;
+}
+
 TEST(Spiral, DrawsInsideTheRadiusOnlyWithSoftEdges) {
   SpiralParams p;
   p.thickness = 4;
@@ -44,40 +60,15 @@ TEST(Spiral, DrawsInsideTheRadiusOnlyWithSoftEdges) {
   p.softness = 0;
   p.color1 = kRed;
   p.color2 = kBlue;
-  const std::vector<uint32_t> hard = Draw(100, 100, p);
-  int red = 0, blue = 0, other = 0;
-  for (int32_t y = 0; y < 100; ++y) {
-    for (int32_t x = 0; x < 100; ++x) {
-      const double dx = x + 0.5 - 50, dy = y + 0.5 - 50;
-      const uint32_t px = hard[std::size_t(y) * 100 + std::size_t(x)];
-      if (dx * dx + dy * dy > 26 * 26) {
-        EXPECT_EQ(px, kGrey) << x << "," << y;
-      }
-      red += px == kRed;
-      blue += px == kBlue;
-      other += px != kRed && px != kBlue && px != kGrey;
-    }
-  }
+  const Drawn hard = Draw(p, 26);
   // Line and gap are equally wide; only the pixels on an edge are mixed.
-  EXPECT_NEAR(red, blue, (red + blue) / 10);
-  EXPECT_GT(red, 600);
-  EXPECT_LT(other, red);
+  EXPECT_NEAR(hard.red, hard.blue, (hard.red + hard.blue) / 10);
+  EXPECT_GT(hard.red, 600);
+  EXPECT_LT(hard.mixed, hard.red);
   // A wider softness mixes more pixels and never reaches past the radius
   // by more than itself.
   p.softness = 6;
-  const std::vector<uint32_t> soft = Draw(100, 100, p);
-  int softOther = 0;
-  for (int32_t y = 0; y < 100; ++y) {
-    for (int32_t x = 0; x < 100; ++x) {
-      const uint32_t px = soft[std::size_t(y) * 100 + std::size_t(x)];
-      softOther += px != kRed && px != kBlue && px != kGrey;
-      const double dx = x + 0.5 - 50, dy = y + 0.5 - 50;
-      if (dx * dx + dy * dy > 29 * 29) {
-        EXPECT_EQ(px, kGrey);
-      }
-    }
-  }
-  EXPECT_GT(softOther, 2 * other);
+  EXPECT_GT(Draw(p, 29).mixed, 2 * hard.mixed);
 }
 
 }  // namespace

@@ -11,9 +11,17 @@
 #include "document/blend.h"
 #include "document/document_events.h"
 #include "document/history.h"
+#include "pixels.h"
+#include "tool_helpers.h"
 
 namespace tavora {
 namespace {
+
+using testing_support::Params;
+using testing_support::SamePixels;
+using testing_support::Stroke;
+
+std::unique_ptr<Document> Doc(int w = 128, int h = 128) { return testing_support::WithLayer(w, h); }
 
 // The footprint straight from its definition.
 double RefWeight(int size, int hardness, double cx, double cy, int x, int y) {
@@ -26,36 +34,9 @@ double RefWeight(int size, int hardness, double cx, double cy, int x, int y) {
   return u * u * (3 - 2 * u);
 }
 
-// A white Background and an active transparent layer above it.
-std::unique_ptr<Document> Doc(int w = 128, int h = 128) {
-  auto doc = CreateDocument(w, h, 72, 0xFFFFFFFF, 0);
-  doc->layers.emplace_back(w, h, u"Layer 2");
-  doc->active = 1;
-  return doc;
-}
-
 void Noise(Surface& s, uint32_t seed, uint32_t alphaBits = 0) {
   std::mt19937 rng(seed);
   for (std::size_t i = 0; i < s.PixelCount(); ++i) s.Data()[i] = rng() | alphaBits;
-}
-
-bool Same(const Surface& a, const Surface& b) {
-  return a.PixelCount() == b.PixelCount() && std::memcmp(a.Data(), b.Data(), a.PixelCount() * 4) == 0;
-}
-
-BrushParams Tool(BrushTool tool, int size, int hardness) {
-  BrushParams p;
-  p.tool = tool;
-  p.size = size;
-  p.hardness = hardness;
-  return p;
-}
-
-void Stroke(Document& doc, const BrushParams& p, std::initializer_list<std::pair<double, double>> path) {
-  auto it = path.begin();
-  BeginStroke(doc, it->first, it->second, 1, p);
-  while (++it != path.end()) ContinueStroke(doc, it->first, it->second);
-  EndStroke(doc);
 }
 
 // One channel's sum over the 3 x 3 neighbourhood, edges repeated.
@@ -90,52 +71,52 @@ TEST(BrushFootprint, MatchesTheFormulasPixelByPixel) {
   EXPECT_EQ(CoverageByte(DabFootprint(1, 100, 10.25, 10.5).At(9, 10)), 64);    // w = 0.25
 }
 
-// Dab centres, read back from the rectangles the dabs invalidate (exact for
-// centres on half pixels).
+// The x of every dab centre, read back from the rectangles the dabs
+// invalidate (exact for centres on half pixels).
 std::vector<double> g_centres;
 
 TEST(BrushSpacing, DabsFollowTheStepAlongThePath) {
   DocumentObserver observer;
   observer.areaChanged = [](Document&, const Rect& r) { g_centres.push_back((r.x0 + r.x1) / 2.0); };
-  SetDocumentObserver(&observer);
-  auto doc = Doc(256, 64);
-  BrushParams p = Tool(BrushTool::Brush, 10, 100);
-  p.spacing = 200;
-  Stroke(*doc, p, {{20.5, 30.5}, {200.5, 30.5}});
-  std::vector<double> expected;
-  for (double x = 20.5; x <= 200.5; x += 20) expected.push_back(x);
-  EXPECT_EQ(g_centres, expected);
-  EXPECT_EQ(doc->layers[1].pixels.At(30, 30), 0u);  // halfway between two dabs
-
-  // 1 % of 14 is below a pixel: one dab per pixel, also over many moves.
-  g_centres.clear();
-  p.size = 14;
-  p.spacing = 1;
-  BeginStroke(*doc, 20.5, 30.5, 1, p);
-  for (double x = 20.75; x <= 120.5; x += 0.25) ContinueStroke(*doc, x, 30.5);
-  EndStroke(*doc);
-  SetDocumentObserver(nullptr);
-  ASSERT_EQ(g_centres.size(), 101u);
-  for (int i = 0; i <= 100; ++i) EXPECT_EQ(g_centres[i], 20.5 + i);
-
-  // The retouching tools step a fixed 8 % of the size, but the second dab
-  // follows the press by the record's spacing, as the Brush's does.
-  for (BrushTool tool : {BrushTool::Blur, BrushTool::Smudge, BrushTool::Sharpen, BrushTool::Sponge,
-                         BrushTool::Burn}) {
+  testing_support::Path fine{{20.5, 30.5}};  // moves of a quarter pixel
+  for (double x = 20.75; x <= 120.5; x += 0.25) fine.push_back({x, 30.5});
+  std::vector<double> everyPixel, everyTwenty;
+  for (int i = 0; i <= 100; ++i) everyPixel.push_back(20.5 + i);
+  for (double x = 20.5; x <= 200.5; x += 20) everyTwenty.push_back(x);
+  // The retouching tools step a fixed 8 % of the size (4 px), but the second
+  // dab follows the press by the record's spacing (10 px), as the Brush's does.
+  const std::vector<double> retouch{40.5, 50.5, 54.5, 58.5, 62.5, 66.5, 70.5};
+  const testing_support::Path across{{40.5, 30.5}, {70.5, 30.5}};
+  const struct {
+    BrushTool tool;
+    int size, spacing;
+    testing_support::Path path;
+    std::vector<double> want;
+  } cases[] = {
+      {BrushTool::Brush, 10, 200, {{20.5, 30.5}, {200.5, 30.5}}, everyTwenty},
+      {BrushTool::Brush, 14, 1, fine, everyPixel},  // 1 % of 14 is below a pixel: one dab per pixel
+      {BrushTool::Blur, 50, 20, across, retouch},
+      {BrushTool::Smudge, 50, 20, across, retouch},
+      {BrushTool::Sharpen, 50, 20, across, retouch},
+      {BrushTool::Sponge, 50, 20, across, retouch},
+      {BrushTool::Burn, 50, 20, across, retouch},
+  };
+  for (const auto& c : cases) {
+    auto doc = Doc(256, 64);
+    BrushParams p = Params(c.tool, c.size, c.tool == BrushTool::Brush ? 100 : 50);
+    p.spacing = c.spacing;
     g_centres.clear();
     SetDocumentObserver(&observer);
-    BrushParams r = Tool(tool, 50, 50);
-    r.spacing = 20;  // 10 px, then steps of 4 px
-    Stroke(*doc, r, {{40.5, 30.5}, {70.5, 30.5}});
+    Stroke(*doc, p, c.path);
     SetDocumentObserver(nullptr);
-    EXPECT_EQ(g_centres, (std::vector<double>{40.5, 50.5, 54.5, 58.5, 62.5, 66.5, 70.5}))
-        << int(tool);
+    EXPECT_EQ(g_centres, c.want) << int(c.tool) << " spacing " << c.spacing;
+    if (c.spacing > 100) EXPECT_EQ(doc->layers[1].pixels.At(30, 30), 0u);  // halfway between two dabs
   }
 }
 
 TEST(BrushSpacing, ManySmallMovesGiveTheSamePixelsAsOneBigMove) {
   auto one = Doc(200, 160), many = Doc(200, 160);
-  const BrushParams p = Tool(BrushTool::Brush, 50, 40);  // a step of 6
+  const BrushParams p = Params(BrushTool::Brush, 50, 40);  // a step of 6
   Stroke(*one, p, {{10, 60}, {150, 60}, {150, 140}});
   const double pieces[] = {0.5, 1.25, 3, 0.75, 7.5};
   BeginStroke(*many, 10, 60, 1, p);
@@ -143,7 +124,7 @@ TEST(BrushSpacing, ManySmallMovesGiveTheSamePixelsAsOneBigMove) {
   for (int i = 0; at < 150; ++i) ContinueStroke(*many, at = std::min(at + pieces[i % 5], 150.0), 60);
   for (at = 60; at < 140; at += 0.5) ContinueStroke(*many, 150, at + 0.5);
   EndStroke(*many);
-  EXPECT_TRUE(Same(one->layers[1].pixels, many->layers[1].pixels));
+  EXPECT_TRUE(SamePixels(one->layers[1].pixels, many->layers[1].pixels));
 }
 
 // Every pixel is its stroke-start value under the paint at the highest
@@ -164,7 +145,7 @@ TEST(BrushStroke, OverlappingDabsNeverBuildUpButASecondStrokeDoes) {
   Surface& pixels = doc->layers[1].pixels;
   Noise(pixels, 3);
   const Surface start = pixels;
-  BrushParams p = Tool(BrushTool::Brush, 20, 0);  // soft, 100 %, a step of 5
+  BrushParams p = Params(BrushTool::Brush, 20, 0);  // soft, 100 %, a step of 5
   p.spacing = 25;
   p.primary = 0xFF20C040;
   // Back and forth: the way back and the second way out are out of phase.
@@ -198,7 +179,7 @@ TEST(BrushStroke, SelectionScalesTheEffectAndGuardsUnselectedPixels) {
   doc->selectionBounds = {0, 0, 48, 64};  // loose: the mask decides
   Surface& px = doc->layers[1].pixels;
   px.Fill(0x00FFFFFF);
-  BrushParams p = Tool(BrushTool::Brush, 40, 100);
+  BrushParams p = Params(BrushTool::Brush, 40, 100);
   p.primary = 0xFF0000FF;
   Stroke(*doc, p, {{32, 32}});
   EXPECT_EQ(px.At(20, 32), 0x800000FFu);  // half coverage
@@ -208,7 +189,7 @@ TEST(BrushStroke, SelectionScalesTheEffectAndGuardsUnselectedPixels) {
   for (int tool = 2; tool < 7; ++tool) {
     Noise(px, 5, 0xFF000000);
     const Surface before = px;
-    BrushParams t = Tool(BrushTool(tool), 40, 0);
+    BrushParams t = Params(BrushTool(tool), 40, 0);
     t.strength = 100;
     Stroke(*doc, t, {{32, 32}, {32, 40}});
     for (int y = 0; y < 64; ++y) ASSERT_EQ(std::memcmp(px.Row(y) + 32, before.Row(y) + 32, 32 * 4), 0) << tool;
@@ -219,7 +200,7 @@ TEST(BrushStroke, SelectionScalesTheEffectAndGuardsUnselectedPixels) {
 TEST(BrushStroke, EraserLowersAlphaOrPaintsTheBackgroundColour) {
   auto doc = Doc(64, 64);
   doc->layers[1].pixels.Fill(0xFF336699);
-  BrushParams p = Tool(BrushTool::Eraser, 20, 100);
+  BrushParams p = Params(BrushTool::Eraser, 20, 100);
   p.secondary = 0x00AA5500;  // its alpha is ignored on the Background
   Stroke(*doc, p, {{32, 32}});
   EXPECT_EQ(doc->layers[1].pixels.At(32, 32), 0x00336699u);
@@ -238,10 +219,9 @@ TEST(BrushStroke, EraserLowersAlphaOrPaintsTheBackgroundColour) {
     EXPECT_EQ(doc->layers[0].pixels.At(x, 32), expected) << x;
   }
   // The right button paints the secondary colour.
-  BrushParams b = Tool(BrushTool::Brush, 5, 100);
+  BrushParams b = Params(BrushTool::Brush, 5, 100);
   b.secondary = 0xFF123456;
-  BeginStroke(*doc, 5.5, 5.5, 2, b);
-  EndStroke(*doc);
+  Stroke(*doc, b, {{5.5, 5.5}}, 2);
   EXPECT_EQ(doc->layers[0].pixels.At(5, 5), 0xFF123456u);
 }
 
@@ -249,7 +229,7 @@ TEST(BrushHistory, AStrokeIsOneStepHoldingExactlyTheTilesItTouched) {
   auto doc = Doc(256, 256);
   Noise(doc->layers[1].pixels, 9);
   const Surface before = doc->layers[1].pixels;
-  BrushParams p = Tool(BrushTool::Brush, 10, 100);
+  BrushParams p = Params(BrushTool::Brush, 10, 100);
   p.spacing = 100;
   Stroke(*doc, p, {{60.5, 20.5}, {60.5, 100.5}});
   const Surface after = doc->layers[1].pixels;
@@ -259,23 +239,23 @@ TEST(BrushHistory, AStrokeIsOneStepHoldingExactlyTheTilesItTouched) {
   // Dab boxes span x 54..66 and y 14..106: columns 0 and 1, rows 0 and 1.
   EXPECT_EQ(tiles, (std::set<int>{0, 1, 4, 5}));
   ASSERT_TRUE(Undo(*doc));
-  EXPECT_TRUE(Same(doc->layers[1].pixels, before));
+  EXPECT_TRUE(SamePixels(doc->layers[1].pixels, before));
   ASSERT_TRUE(Redo(*doc));
-  EXPECT_TRUE(Same(doc->layers[1].pixels, after));
+  EXPECT_TRUE(SamePixels(doc->layers[1].pixels, after));
 
   // Every tool names its step; a stroke that changed nothing still has one.
   const char16_t* names[] = {u"Brush", u"Erase", u"Blur", u"Smudge", u"Sharpen", u"Sponge", u"Burn"};
   for (int i = 0; i < 7; ++i) {
-    Stroke(*doc, Tool(BrushTool(i), 8, 50), {{-100, -100}, {-90, -100}});  // wholly off the layer
+    Stroke(*doc, Params(BrushTool(i), 8, 50), {{-100, -100}, {-90, -100}});  // wholly off the layer
     EXPECT_EQ(UndoLabel(*doc), names[i]);
   }
   EXPECT_EQ(doc->history.states.size(), 8u);
-  EXPECT_TRUE(Same(doc->layers[1].pixels, after));
+  EXPECT_TRUE(SamePixels(doc->layers[1].pixels, after));
 }
 
 TEST(BrushHistory, StrokesBelongToTheirDocument) {
   auto a = Doc(), b = Doc();
-  BeginStroke(*a, 10, 10, 1, Tool(BrushTool::Brush, 5, 100));
+  BeginStroke(*a, 10, 10, 1, Params(BrushTool::Brush, 5, 100));
   EndStroke(*b);  // another document's button-up
   ContinueStroke(*b, 50, 50);
   EXPECT_TRUE(StrokeActive());
@@ -285,7 +265,7 @@ TEST(BrushHistory, StrokesBelongToTheirDocument) {
   EXPECT_FALSE(StrokeActive());
   EXPECT_EQ(a->history.states.size(), 1u);
 
-  BeginStroke(*a, 10, 10, 1, Tool(BrushTool::Brush, 5, 100));
+  BeginStroke(*a, 10, 10, 1, Params(BrushTool::Brush, 5, 100));
   ForgetStroke(*a);  // the document closes
   EXPECT_FALSE(StrokeActive());
   ContinueStroke(*a, 60, 60);
@@ -293,7 +273,7 @@ TEST(BrushHistory, StrokesBelongToTheirDocument) {
 
   // An undo in the middle of a stroke closes its record: the stroke is
   // over, and nothing more is painted that could not be undone.
-  BeginStroke(*a, 10, 10, 1, Tool(BrushTool::Brush, 5, 100));
+  BeginStroke(*a, 10, 10, 1, Params(BrushTool::Brush, 5, 100));
   ASSERT_TRUE(Undo(*a));
   ContinueStroke(*a, 40, 40);
   EXPECT_FALSE(StrokeActive());
@@ -304,7 +284,7 @@ TEST(BrushHistory, StrokesBelongToTheirDocument) {
 
 TEST(BrushSpacing, MovesFarOffTheCanvasPaintOnlyWhereTheyCross) {
   auto doc = Doc(64, 64);
-  const BrushParams p = Tool(BrushTool::Brush, 4, 100);
+  const BrushParams p = Params(BrushTool::Brush, 4, 100);
   // A move across the whole number range would be 1e300 dabs; only those
   // that can reach the layer are placed.
   BeginStroke(*doc, 5.5, 20.5, 1, p);
@@ -323,7 +303,7 @@ TEST(RetouchDabs, OneBlurDabMixesInTheNeighbourhoodAverage) {
   auto doc = Doc(40, 40);
   Surface& px = doc->layers[1].pixels;
   Noise(px, 11, 0xFF000000);
-  BrushParams p = Tool(BrushTool::Blur, 12, 30);
+  BrushParams p = Params(BrushTool::Blur, 12, 30);
   p.strength = 100;
   for (auto [cx, cy] : {std::pair{3.3, 2.6}, {20.0, 21.5}}) {  // at the corner, then inside
     const Surface start = px;
@@ -344,7 +324,7 @@ TEST(RetouchDabs, BlurAlphaIsThePlainNeighbourhoodSumOverNine) {
   auto doc = Doc(24, 24);
   Surface& px = doc->layers[1].pixels;
   Noise(px, 5);  // random alpha too
-  BrushParams p = Tool(BrushTool::Blur, 10, 100);
+  BrushParams p = Params(BrushTool::Blur, 10, 100);
   p.strength = 100;
   const Surface start = px;
   Stroke(*doc, p, {{12.0, 12.0}});
@@ -367,7 +347,7 @@ TEST(RetouchDabs, SharpenMovesAChannelAtMostSixLevelsPerDabWithUnbiasedDither) {
   Noise(px, 13, 0xFF000000);
   for (int strength : {100, 40}) {
     const Surface start = px;
-    BrushParams p = Tool(BrushTool::Sharpen, 40, 60);
+    BrushParams p = Params(BrushTool::Sharpen, 40, 60);
     p.strength = strength;
     const double k = (strength / 100.0) * (strength / 100.0) * 0.12;
     Stroke(*doc, p, {{24, 24}});
@@ -404,10 +384,10 @@ TEST(RetouchDabs, SmudgeDragsColourAlongThePath) {
   px.Fill(0xFFFFFFFF);
   for (int y = 0; y < 40; ++y) std::fill(px.Row(y), px.Row(y) + 30, 0xFFFF0000);
   const Surface before = px;
-  BrushParams p = Tool(BrushTool::Smudge, 16, 50);
+  BrushParams p = Params(BrushTool::Smudge, 16, 50);
   p.strength = 0;
   Stroke(*doc, p, {{20, 20}, {70, 20}});
-  EXPECT_TRUE(Same(px, before));
+  EXPECT_TRUE(SamePixels(px, before));
   p.strength = 80;
   Stroke(*doc, p, {{20, 20}, {70, 20}});
   EXPECT_LT(px.At(40, 20) & 255, 200u);  // red carried into the white
@@ -430,7 +410,7 @@ TEST(RetouchDabs, SpongeAndBurnChangeSaturationByBandOncePerStroke) {
       for (int x = 0; x < 64; ++x) px.At(x, y) = colours[x / 13];
   };
   fill();
-  BrushParams burn = Tool(BrushTool::Burn, 200, 100);
+  BrushParams burn = Params(BrushTool::Burn, 200, 100);
   burn.exposure = 60;
   Stroke(*doc, burn, {{32, 8}, {33, 8}, {32, 8}});  // one pass however often
   const Surface once = px;
@@ -446,7 +426,7 @@ TEST(RetouchDabs, SpongeAndBurnChangeSaturationByBandOncePerStroke) {
   EXPECT_GT(Saturation(px.At(20, 8)), Saturation(once.At(20, 8)));  // a new stroke builds up
 
   fill();
-  BrushParams sponge = Tool(BrushTool::Sponge, 200, 100);
+  BrushParams sponge = Params(BrushTool::Sponge, 200, 100);
   sponge.exposure = 100;
   Stroke(*doc, sponge, {{32, 8}});
   for (int i = 0; i < 5; ++i) EXPECT_LE(Saturation(px.At(i * 13, 8)), 1) << i;  // grey

@@ -2,22 +2,34 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
+#include <algorithm>
 #include <vector>
 
 namespace tavora {
 namespace {
 
+// A document of a size only, at a zoom and horizontal scroll.
+Document View(int32_t w, int32_t h, double zoom = 1.0, int32_t scrollX = 0) {
+  Document doc;
+  doc.width = w;
+  doc.height = h;
+  doc.zoom = zoom;
+  doc.scrollX = scrollX;
+  return doc;
+}
+
 TEST(CanvasZoom, StepsFromTheTableInBothDirections) {
-  EXPECT_EQ(ZoomStepFrom(64.0, +1), 64.0);
-  EXPECT_EQ(ZoomStepFrom(0.02, -1), 0.02);
-  EXPECT_EQ(ZoomStepFrom(0.05, -1), 0.03);
-  EXPECT_EQ(ZoomStepFrom(0.04, -1), 0.03);
-  EXPECT_EQ(ZoomStepFrom(0.04, +1), 0.05);
-  EXPECT_EQ(ZoomStepFrom(1.0, +1), 1.5);
-  EXPECT_EQ(ZoomStepFrom(1.0005, +1), 1.5);  // within the tolerance of a step
-  EXPECT_EQ(ZoomStepFrom(0.3333, +1), 0.5);
-  EXPECT_EQ(ZoomStepFrom(0.01, -1), 0.02);  // below the table
+  const struct {
+    double from;
+    int direction;
+    double want;
+  } steps[] = {
+      {64.0, +1, 64.0}, {0.02, -1, 0.02},    // the ends of the table stay
+      {0.05, -1, 0.03}, {0.04, -1, 0.03}, {0.04, +1, 0.05}, {1.0, +1, 1.5},
+      {1.0005, +1, 1.5},                     // within the tolerance of a step
+      {0.3333, +1, 0.5}, {0.01, -1, 0.02},   // below the table
+  };
+  for (const auto& s : steps) EXPECT_EQ(ZoomStepFrom(s.from, s.direction), s.want) << s.from << " " << s.direction;
 }
 
 TEST(CanvasZoom, FitNeverEnlargesInModeOneAndDoesInModeTwo) {
@@ -32,49 +44,44 @@ TEST(CanvasZoom, FitNeverEnlargesInModeOneAndDoesInModeTwo) {
   // 150% screens: the margin and the scale both grow.
   ASSERT_TRUE(FitToWindow(*doc, false, {1000, 800, 1.5}));
   EXPECT_DOUBLE_EQ(doc->zoom, (1000.0 - 36) / 150);
-  auto big = CreateDocument(30000, 10, 72, 0, 0);
-  ASSERT_TRUE(FitToWindow(*big, true, {40, 40, 1.0}));
-  EXPECT_EQ(big->zoom, 0.01);  // never below the minimum
+  Document big = View(30000, 10);
+  ASSERT_TRUE(FitToWindow(big, true, {40, 40, 1.0}));
+  EXPECT_EQ(big.zoom, 0.01);  // never below the minimum
   EXPECT_FALSE(FitToWindow(*doc, true, {19, 500, 1.0}));
 }
 
 TEST(CanvasZoom, ZoomingKeepsTheAnchoredImagePointInPlace) {
-  auto doc = CreateDocument(400, 300, 72, 0xFFFFFFFF, 0);
+  Document doc = View(400, 300, 1.0, 50);
+  doc.scrollY = 20;
   const ClientArea client{200, 200, 1.0};
-  doc->zoom = 1.0;
-  doc->scrollX = 50;
-  doc->scrollY = 20;
-  const CanvasLayout before = ComputeLayout(*doc, client);
-  const ImagePoint under = ScreenToImage(before, *doc, 120, 90);
-  SetZoom(*doc, 2.0, 120, 90, client);
-  EXPECT_EQ(doc->fitMode, 0);
-  const ImagePoint after = ScreenToImage(ComputeLayout(*doc, client), *doc, 120, 90);
+  const ImagePoint under = ScreenToImage(ComputeLayout(doc, client), doc, 120, 90);
+  SetZoom(doc, 2.0, 120, 90, client);
+  EXPECT_EQ(doc.fitMode, 0);
+  const ImagePoint after = ScreenToImage(ComputeLayout(doc, client), doc, 120, 90);
   EXPECT_NEAR(after.x, under.x, 0.5);
   EXPECT_NEAR(after.y, under.y, 0.5);
-  SetZoom(*doc, 1000.0, 0, 0, client);
-  EXPECT_EQ(doc->zoom, 64.0);
-  SetZoom(*doc, 0.1, 0, 0, client);  // fits: centred, no scroll
-  EXPECT_EQ(doc->scrollX, 0);
-  const CanvasLayout small = ComputeLayout(*doc, client);
+  SetZoom(doc, 1000.0, 0, 0, client);
+  EXPECT_EQ(doc.zoom, 64.0);
+  SetZoom(doc, 0.1, 0, 0, client);  // fits: centred, no scroll
+  EXPECT_EQ(doc.scrollX, 0);
+  const CanvasLayout small = ComputeLayout(doc, client);
   EXPECT_EQ(small.originX, 80);
   EXPECT_EQ(small.originY, 85);
 }
 
 TEST(CanvasZoom, ScrollIsClampedAndResizesRefitFittedDocuments) {
-  auto doc = CreateDocument(400, 300, 72, 0xFFFFFFFF, 0);
-  doc->fitMode = 0;
-  doc->zoom = 1.0;
-  doc->scrollX = 5000;
-  doc->scrollY = -10;
-  ClampScroll(*doc, {150, 100, 1.0});
-  EXPECT_EQ(doc->scrollX, 250);
-  EXPECT_EQ(doc->scrollY, 0);
-  EXPECT_EQ(ComputeLayout(*doc, {150, 100, 1.0}).originX, -250);
-  doc->fitMode = 1;
-  KeepFitted(*doc, {1000, 1000, 1.0});
-  EXPECT_EQ(doc->zoom, 1.0);
-  KeepFitted(*doc, {224, 1000, 1.0});
-  EXPECT_DOUBLE_EQ(doc->zoom, 0.5);
+  Document doc = View(400, 300, 1.0, 5000);
+  doc.fitMode = 0;
+  doc.scrollY = -10;
+  ClampScroll(doc, {150, 100, 1.0});
+  EXPECT_EQ(doc.scrollX, 250);
+  EXPECT_EQ(doc.scrollY, 0);
+  EXPECT_EQ(ComputeLayout(doc, {150, 100, 1.0}).originX, -250);
+  doc.fitMode = 1;
+  KeepFitted(doc, {1000, 1000, 1.0});
+  EXPECT_EQ(doc.zoom, 1.0);
+  KeepFitted(doc, {224, 1000, 1.0});
+  EXPECT_DOUBLE_EQ(doc.zoom, 0.5);
 }
 
 TEST(CanvasDirty, RectanglesGrowAndStayInTheClient) {
@@ -94,28 +101,23 @@ TEST(CanvasDirty, RectanglesGrowAndStayInTheClient) {
   EXPECT_EQ(ImageRectToDevice(quarter, {100, 100, 104, 104}, false), (Rect{22, 22, 29, 29}));
 }
 
+constexpr uint32_t kSurround = 0xFF112233;
+
 struct Canvas {
   std::vector<uint32_t> pixels;
   int w, h;
-  Canvas(int w_, int h_) : pixels(std::size_t(w_) * h_, 0xDEADBEEF), w(w_), h(h_) {}
   uint32_t At(int x, int y) const { return pixels[std::size_t(y) * w + x]; }
 };
 
-Canvas Render(const Surface& image, const SelectionMask* sel, double zoom, int32_t scrollX,
-              int cw, int ch, bool smooth = true, double dpiScale = 1.0) {
-  Document doc;
-  doc.width = image.Width();
-  doc.height = image.Height();
-  doc.zoom = zoom;
-  doc.scrollX = scrollX;
-  Canvas c(cw, ch);
+Canvas Render(const Surface& image, const SelectionMask* sel, double zoom, int32_t scrollX, int cw, int ch,
+              bool smooth = true) {
+  Canvas c{std::vector<uint32_t>(std::size_t(cw) * ch, 0xDEADBEEF), cw, ch};
   CanvasRender r;
   r.image = &image;
   r.selection = sel;
-  r.layout = ComputeLayout(doc, {cw, ch, dpiScale});
-  r.dpiScale = dpiScale;
+  r.layout = ComputeLayout(View(image.Width(), image.Height(), zoom, scrollX), {cw, ch, 1.0});
   r.smooth = smooth;
-  r.background = 0xFF112233;
+  r.background = kSurround;
   r.target = c.pixels.data();
   r.targetStride = cw;
   RenderCanvas(r, {0, 0, cw, ch});
@@ -140,11 +142,17 @@ TEST(CanvasRenderPass, TransparencyShowsAWindowFixedCheckerboard) {
 }
 
 TEST(CanvasRenderPass, SamplingFollowsTheZoom) {
-  EXPECT_EQ(SampleModeFor(3.0, 1.0, true), SampleMode::Bilinear);
-  EXPECT_EQ(SampleModeFor(4.0, 1.0, true), SampleMode::Nearest);
-  EXPECT_EQ(SampleModeFor(0.5, 1.0, true), SampleMode::AreaAverage);
-  EXPECT_EQ(SampleModeFor(0.5, 1.0, false), SampleMode::Nearest);
-  EXPECT_EQ(SampleModeFor(6.0, 2.0, true), SampleMode::Bilinear);  // zoom 3 on a 200% screen
+  const struct {
+    double scale, dpiScale;
+    bool smooth;
+    SampleMode want;
+  } modes[] = {
+      {3.0, 1.0, true, SampleMode::Bilinear},    {4.0, 1.0, true, SampleMode::Nearest},
+      {0.5, 1.0, true, SampleMode::AreaAverage}, {0.5, 1.0, false, SampleMode::Nearest},
+      {6.0, 2.0, true, SampleMode::Bilinear},  // zoom 3 on a 200% screen
+  };
+  for (const auto& m : modes)
+    EXPECT_EQ(SampleModeFor(m.scale, m.dpiScale, m.smooth), m.want) << m.scale << " " << m.dpiScale << " " << m.smooth;
 
   Surface two(2, 1);
   two.At(0, 0) = 0xFF000000;
@@ -153,35 +161,30 @@ TEST(CanvasRenderPass, SamplingFollowsTheZoom) {
   const Canvas n = Render(two, nullptr, 4.0, 0, 8, 4);
   EXPECT_EQ(n.At(3, 1), 0xFF000000u);
   EXPECT_EQ(n.At(4, 1), 0xFFFFFFFFu);
-  // Zoom 2, bilinear: the device pixel at x = 2 sits half way between the two.
+  // Zoom 2, bilinear: device x 2 maps to ix = 2.5 / 2 - 0.5 = 0.75, weight
+  // 192 of 256 on white.
   const Canvas b = Render(two, nullptr, 2.0, 0, 4, 2);
-  // ix = 2.5 / 2 = 1.25, minus 0.5 = 0.75: weight 192 of 256 on white.
   EXPECT_EQ(b.At(2, 0), 0xFFBFBFBFu);
   EXPECT_EQ(b.At(0, 0), 0xFF000000u);  // clamped at the edge
-  // Zoom 0.5, area average: one device pixel covers both.
+  // Zoom 0.5, area average: one device pixel covers two columns.
   Surface four(4, 2);
-  for (int y = 0; y < 2; ++y) {
-    four.At(0, y) = 0xFF000000;
-    four.At(1, y) = 0xFFFFFFFF;
-    four.At(2, y) = 0x00000000;
-    four.At(3, y) = 0xFF0000FF;
-  }
+  const uint32_t columns[] = {0xFF000000, 0xFFFFFFFF, 0x00000000, 0xFF0000FF};
+  for (int y = 0; y < 2; ++y)
+    for (int x = 0; x < 4; ++x) four.At(x, y) = columns[x];
   const Canvas avg = Render(four, nullptr, 0.5, 0, 2, 1);
   EXPECT_EQ(avg.At(0, 0), 0xFF7F7F7Fu);
-  // Half coverage: alpha 127 of blue over the light cell.
-  EXPECT_EQ(avg.At(1, 0), 0xFF6666E5u);
+  EXPECT_EQ(avg.At(1, 0), 0xFF6666E5u);  // half coverage: alpha 127 of blue over the light cell
 }
 
 TEST(CanvasRenderPass, SmoothAtOneToOneIsThePictureItself) {
   Surface img(37, 23);
   for (std::size_t i = 0; i < img.PixelCount(); ++i)
     img.Data()[i] = static_cast<uint32_t>(i * 2654435761u) | (i % 3 ? 0xFF000000u : 0u);
-  const Canvas smooth = Render(img, nullptr, 1.0, 0, 50, 30, true);
-  const Canvas nearest = Render(img, nullptr, 1.0, 0, 50, 30, false);
-  EXPECT_EQ(smooth.pixels, nearest.pixels);
+  EXPECT_EQ(Render(img, nullptr, 1.0, 0, 50, 30, true).pixels, Render(img, nullptr, 1.0, 0, 50, 30, false).pixels);
 }
 
 TEST(CanvasRenderPass, OutsideTheImageIsTheBackgroundAndSelectionsShowTheirEdge) {
+  const auto isDash = [](uint32_t p) { return p == 0xFF000000u || p == 0xFFFFFFFFu; };
   Surface img(4, 4);
   img.Fill(0xFF808080);
   SelectionMask sel(4, 4);
@@ -189,23 +192,17 @@ TEST(CanvasRenderPass, OutsideTheImageIsTheBackgroundAndSelectionsShowTheirEdge)
     for (int x = 2; x < 4; ++x) sel.At(x, y) = 255;  // touches the right edge
   // Zoom 8: 32 x 32 device pixels centred in 48 x 48 (origin 8).
   const Canvas c = Render(img, &sel, 8.0, 0, 48, 48);
-  EXPECT_EQ(c.At(2, 2), 0xFF112233u);
+  EXPECT_EQ(c.At(2, 2), kSurround);
   EXPECT_EQ(c.At(20, 12), 0xFF808080u);  // inside the image, away from any edge
-  // The last device column of image column 1 meets selected column 2.
-  const uint32_t dash = c.At(23, 12);
-  EXPECT_TRUE(dash == 0xFF000000u || dash == 0xFFFFFFFFu);
-  // Selected pixels at the image's right edge are outlined too.
-  const uint32_t edge = c.At(39, 12);
-  EXPECT_TRUE(edge == 0xFF000000u || edge == 0xFFFFFFFFu);
+  EXPECT_TRUE(isDash(c.At(23, 12)));     // the last device column of column 1 meets selected column 2
+  EXPECT_TRUE(isDash(c.At(39, 12)));     // selected pixels at the image's right edge are outlined too
   EXPECT_EQ(c.At(30, 12), 0xFF808080u);  // inside the selection
-  // The dashes alternate every 4 device pixels.
-  EXPECT_NE(c.At(39, 8), c.At(39, 12));
+  EXPECT_NE(c.At(39, 8), c.At(39, 12));  // the dashes alternate every 4 device pixels
   // Everything selected: all four sides of the image are outlined, and
   // only they.
   SelectionMask all(4, 4);
   std::fill(all.Data(), all.Data() + all.ByteCount(), uint8_t{255});
   const Canvas a = Render(img, &all, 8.0, 0, 48, 48);
-  const auto isDash = [](uint32_t p) { return p == 0xFF000000u || p == 0xFFFFFFFFu; };
   for (int i = 9; i < 39; i += 3) {
     EXPECT_TRUE(isDash(a.At(8, i)) && isDash(a.At(39, i))) << i;
     EXPECT_TRUE(isDash(a.At(i, 8)) && isDash(a.At(i, 39))) << i;
@@ -221,28 +218,16 @@ TEST(CanvasRenderPass, TheImageAreaIsExactlyWhereTheImageIsDrawn) {
   for (double zoom : {0.33, 0.5, 1.0, 1.5, 2.25, 3.0, 7.7})
     for (int32_t scroll : {0, 3}) {
       const Canvas c = Render(img, nullptr, zoom, scroll, 12, 9, false);
-      Document doc;
-      doc.width = 7;
-      doc.height = 5;
-      doc.zoom = zoom;
-      doc.scrollX = scroll;
+      const Document doc = View(7, 5, zoom, scroll);
       const Rect area = ImageArea(ComputeLayout(doc, {12, 9, 1.0}), doc);
       for (int y = 0; y < 9; ++y)
         for (int x = 0; x < 12; ++x)
-          ASSERT_EQ(c.At(x, y) != 0xFF112233u, area.Contains(x, y)) << zoom << " " << scroll << ": " << x << "," << y;
+          ASSERT_EQ(c.At(x, y) != kSurround, area.Contains(x, y)) << zoom << " " << scroll << ": " << x << "," << y;
     }
 }
 
-}  // namespace
-}  // namespace tavora
-
-namespace tavora {
-namespace {
-
 TEST(CanvasGrid, LinesAtEveryVisibleBoundaryFromEightDevicePixels) {
-  Document doc;
-  doc.width = 100;
-  doc.height = 3;
+  const Document doc = View(100, 3);
   EXPECT_TRUE(PixelGridLines({6.0, 0, 0, 400, 400}, doc).xs.empty());
   const GridLines g = PixelGridLines({8.0, -12, 10, 40, 400}, doc);
   // Columns start at -12 + 8i: the visible ones are 4, 12, 20, 28, 36.
@@ -252,18 +237,8 @@ TEST(CanvasGrid, LinesAtEveryVisibleBoundaryFromEightDevicePixels) {
   EXPECT_FALSE(PixelGridLines({16.0, 0, 0, 400, 400}, doc).xs.empty());  // 8 at a 200 % screen
 }
 
-}  // namespace
-}  // namespace tavora
-
-namespace tavora {
-namespace {
-
 TEST(CanvasScrollBars, ThumbFollowsThePageAndPositionBothWays) {
-  Document doc;
-  doc.width = 1000;
-  doc.height = 100;
-  doc.zoom = 1.0;
-  doc.scrollX = 600;
+  const Document doc = View(1000, 100, 1.0, 600);
   const ScrollMetrics m = ScrollMetricsFor(doc, {400, 300, 1.0}, false);
   EXPECT_EQ(m.content, 1000);
   EXPECT_EQ(m.page, 400);
@@ -283,20 +258,13 @@ TEST(CanvasScrollBars, ThumbFollowsThePageAndPositionBothWays) {
   EXPECT_EQ(ScrollPageStep(401), 360);
 }
 
-}  // namespace
-}  // namespace tavora
-
-namespace tavora {
-namespace {
-
 TEST(CanvasBrushCursor, TwoRingsAndTheSquareToRepaint) {
   const BrushCursorShape c = BrushCursorFor(100, 50, 20, 2.0);  // radius 20 device pixels
   EXPECT_EQ(c.white, (Rect{79, 29, 122, 72}));
   EXPECT_EQ(c.black, (Rect{80, 30, 121, 71}));
   EXPECT_EQ(c.repaint, (Rect{76, 26, 126, 76}));
   // A tiny brush far out still shows a ring of radius 1.5.
-  const BrushCursorShape tiny = BrushCursorFor(10, 10, 1, 0.1);
-  EXPECT_EQ(tiny.black, (Rect{8, 8, 13, 13}));
+  EXPECT_EQ(BrushCursorFor(10, 10, 1, 0.1).black, (Rect{8, 8, 13, 13}));
 }
 
 }  // namespace

@@ -6,7 +6,7 @@
 #include <random>
 
 #include "document/history.h"
-#include "tools/selection.h"
+#include "tool_helpers.h"
 #include "tools/selection_tool.h"
 #include "tools/tool_table.h"
 
@@ -81,9 +81,7 @@ TEST(FloodArea, ToleranceCurveAlphaRuleAndFourNeighbours) {
 }
 
 TEST(FillTool, ComposesTheFoundAreaWeightedByTheSelectionAsOneStep) {
-  auto doc = CreateDocument(8, 4, 72, 0xFFFFFFFF, 0);
-  doc->layers.emplace_back(8, 4, u"Layer 2");
-  doc->active = 1;
+  auto doc = testing_support::WithLayer(8, 4);
   Surface& p = doc->layers[1].pixels;
   for (int32_t x = 0; x < 8; ++x) p.At(x, 0) = 0x00123456u * (x & 1);  // stray bytes under alpha 0
   p.At(4, 2) = 0xFF00FF00;  // an island
@@ -106,10 +104,16 @@ TEST(FillTool, ComposesTheFoundAreaWeightedByTheSelectionAsOneStep) {
   EXPECT_EQ(RedoLabel(*doc), u"Flood Fill");
 }
 
-TEST(MagicWand, SelectsTheAreaOfTheLayerOrOfAllLayersByMode) {
+// A Background white on the left half and black on the right.
+std::unique_ptr<Document> TwoHalves() {
   auto doc = CreateDocument(10, 10, 72, 0xFFFFFFFF, 0);
   for (int32_t y = 0; y < 10; ++y)
     for (int32_t x = 5; x < 10; ++x) doc->layers[0].pixels.At(x, y) = 0xFF000000;
+  return doc;
+}
+
+TEST(MagicWand, SelectsTheAreaOfTheLayerOrOfAllLayersByMode) {
+  auto doc = TwoHalves();
   doc->layers.emplace_back(10, 10, u"Layer 2");  // transparent: one area alone
   doc->active = 1;
   WandOptions o;
@@ -132,9 +136,7 @@ TEST(MagicWand, SelectsTheAreaOfTheLayerOrOfAllLayersByMode) {
 }
 
 TEST(MagicWand, TheToolSelectsOnReleaseAndAStillPressInsideIsAWandClick) {
-  auto doc = CreateDocument(10, 10, 72, 0xFFFFFFFF, 0);
-  for (int32_t x = 5; x < 10; ++x)
-    for (int32_t y = 0; y < 10; ++y) doc->layers[0].pixels.At(x, y) = 0xFF000000;
+  auto doc = TwoHalves();
   SelectionTool t;
   SelectionToolOptions o;
   auto click = [&](double x, double y, int modifiers) {

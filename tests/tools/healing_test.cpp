@@ -5,26 +5,20 @@
 #include <cmath>
 
 #include "document/history.h"
+#include "tool_helpers.h"
 #include "tools/brush_engine.h"
 
 namespace tavora {
 namespace {
 
-uint32_t Grey(int v) { return 0xFF000000u | uint32_t(v) << 16 | uint32_t(v) << 8 | uint32_t(v); }
+using testing_support::Grey;
+using testing_support::Stroke;
 
+// Hard, at a spacing of 10 %.
 BrushParams Tool(BrushTool tool, int size) {
-  BrushParams p;
-  p.tool = tool;
-  p.size = size;
-  p.hardness = 100;
+  BrushParams p = testing_support::Params(tool, size, 100);
   p.spacing = 10;
   return p;
-}
-
-void Stroke(Document& doc, const BrushParams& p, double x0, double y0, double x1, double y1) {
-  BeginStroke(doc, x0, y0, 1, p);
-  ContinueStroke(doc, x1, y1);
-  EndStroke(doc);
 }
 
 TEST(CloneBrush, CopiesFromTheSourceWithTheOffsetRules) {
@@ -35,26 +29,26 @@ TEST(CloneBrush, CopiesFromTheSourceWithTheOffsetRules) {
     for (int32_t x = 0; x < 20; ++x) p.At(x, y) = Grey((x * 7 + y * 13) % 256);
   const Surface before = p;
   BrushParams clone = Tool(BrushTool::Clone, 5);
-  Stroke(*doc, clone, 40.5, 10.5, 45.5, 10.5);  // no source yet: nothing at all
+  Stroke(*doc, clone, {{40.5, 10.5}, {45.5, 10.5}});  // no source yet: nothing at all
   EXPECT_TRUE(doc->history.states.empty());
   SetCloneSource(5.5, 10.5);
-  Stroke(*doc, clone, 40.5, 10.5, 45.5, 10.5);  // offset (-35, 0)
+  Stroke(*doc, clone, {{40.5, 10.5}, {45.5, 10.5}});  // offset (-35, 0)
   EXPECT_EQ(UndoLabel(*doc), u"Clone");
   EXPECT_EQ(p.At(42, 10), before.At(7, 10));
   EXPECT_EQ(p.At(40, 9), before.At(5, 9));
   // Keep offset: a stroke elsewhere goes on with (-35, 0).
-  Stroke(*doc, clone, 50.5, 5.5, 50.5, 5.5);
+  Stroke(*doc, clone, {{50.5, 5.5}});
   EXPECT_EQ(p.At(50, 5), before.At(15, 5));
   // Without it, each stroke starts from the source point again.
   clone.keepOffset = false;
-  Stroke(*doc, clone, 52.5, 15.5, 52.5, 15.5);
+  Stroke(*doc, clone, {{52.5, 15.5}});
   EXPECT_EQ(p.At(52, 15), before.At(5, 10));
   // A transparent source leaves the destination alone.
   doc->layers.emplace_back(60, 20, u"Layer 2");
   doc->active = 1;
   doc->layers[1].pixels.At(30, 3) = 0xFF0000FFu;
   SetCloneSource(2.5, 3.5);  // transparent there
-  Stroke(*doc, clone, 30.5, 3.5, 30.5, 3.5);
+  Stroke(*doc, clone, {{30.5, 3.5}});
   EXPECT_EQ(doc->layers[1].pixels.At(30, 3), 0xFF0000FFu);
 }
 
@@ -68,7 +62,7 @@ TEST(SpotHealing, ReplacesABlemishWithMatchingTexture) {
   for (int32_t y = 38; y < 42; ++y)
     for (int32_t x = 38; x < 42; ++x) p.At(x, y) = Grey(0);
   BrushParams spot = Tool(BrushTool::SpotHeal, 8);
-  Stroke(*doc, spot, 40, 40, 40, 40);
+  Stroke(*doc, spot, {{40, 40}});
   EXPECT_EQ(UndoLabel(*doc), u"Spot Healing");
   int worst = 0;
   for (int32_t y = 36; y < 44; ++y)
@@ -79,7 +73,7 @@ TEST(SpotHealing, ReplacesABlemishWithMatchingTexture) {
   auto tiny = CreateDocument(8, 8, 72, Grey(100), 0);
   tiny->layers[0].pixels.At(0, 0) = Grey(0);
   tiny->layers[0].pixels.At(1, 0) = Grey(0);
-  Stroke(*tiny, Tool(BrushTool::SpotHeal, 3), 0.5, 0.5, 1.5, 0.5);
+  Stroke(*tiny, Tool(BrushTool::SpotHeal, 3), {{0.5, 0.5}, {1.5, 0.5}});
   EXPECT_NEAR(int(tiny->layers[0].pixels.At(0, 0) & 255), 100, 2);
 }
 
@@ -91,7 +85,7 @@ TEST(HealingBrush, KeepsTheTextureAndTakesTheBorderColour) {
   for (int32_t y = 0; y < 40; ++y)
     for (int32_t x = 0; x < 40; ++x) p.At(x, y) = Grey((x + y) % 4 == 0 ? 80 : 40);
   SetCloneSource(20.5, 20.5);
-  Stroke(*doc, Tool(BrushTool::Heal, 9), 60.5, 20.5, 60.5, 20.5);
+  Stroke(*doc, Tool(BrushTool::Heal, 9), {{60.5, 20.5}});
   EXPECT_EQ(UndoLabel(*doc), u"Healing Brush");
   // The dots come across, lifted to the light surroundings.
   const int dot = p.At(60, 20) & 255, plain = p.At(61, 20) & 255;  // (60+20)%4 == 0

@@ -7,23 +7,21 @@
 #include "document/blend.h"
 #include "document/history.h"
 #include "pixels.h"
-#include "tools/selection.h"
+#include "tool_helpers.h"
 
 namespace tavora {
 namespace {
 
+using testing_support::MaskBytes;
 using testing_support::SamePixels;
+using testing_support::SelectRect;
 
 // A Background of noise and, above it, an active layer of opaque noise.
 std::unique_ptr<Document> Doc(int w = 20, int h = 12) {
-  auto doc = CreateDocument(w, h, 72, 0xFFFFFFFF, 0);
+  auto doc = testing_support::WithLayer(w, h);
   std::mt19937 rng(7);
-  for (std::size_t i = 0; i < doc->layers[0].pixels.PixelCount(); ++i)
-    doc->layers[0].pixels.Data()[i] = rng() | 0xFF000000u;
-  doc->layers.emplace_back(w, h, u"Layer 2");
-  for (std::size_t i = 0; i < doc->layers[1].pixels.PixelCount(); ++i)
-    doc->layers[1].pixels.Data()[i] = rng() | 0xFF000000u;
-  doc->active = 1;
+  for (Layer& l : doc->layers)
+    for (std::size_t i = 0; i < l.pixels.PixelCount(); ++i) l.pixels.Data()[i] = rng() | 0xFF000000u;
   return doc;
 }
 
@@ -31,11 +29,6 @@ void Drag(MoveTool& t, Document& doc, double x0, double y0, double x1, double y1
   t.Press(doc, x0, y0, fill);
   t.Drag(doc, (x0 + x1) / 2, (y0 + y1) / 2);
   t.Release(doc, x1, y1);
-}
-
-void SelectRect(Document& doc, double x0, double y0, double x1, double y1) {
-  const ShapePoint corners[] = {{x0, y0}, {x1, y1}};
-  CommitRegion(doc, *RasterizeShape(doc, ShapeKind::Rectangle, corners, 0), kSelectNew);
 }
 
 TEST(MoveTool, ALayerMovesWholeAndKeepsWhatLeftTheCanvasAsOneStep) {
@@ -101,8 +94,7 @@ TEST(MoveTool, SelectedPixelsMoveWithTheirOutlineAndUndoBringsBothBack) {
   ASSERT_TRUE(Undo(*doc));
   EXPECT_TRUE(SamePixels(doc->layers[1].pixels, before));
   ASSERT_TRUE(doc->selection);
-  EXPECT_EQ(std::vector<uint8_t>(doc->selection->Data(), doc->selection->Data() + mask.ByteCount()),
-            std::vector<uint8_t>(mask.Data(), mask.Data() + mask.ByteCount()));
+  EXPECT_EQ(MaskBytes(*doc->selection), MaskBytes(mask));
 }
 
 TEST(MoveTool, PixelsPushedPastTheEdgeStayAsExtendedContent) {

@@ -12,18 +12,24 @@
 #include "base/row_workers.h"
 #include "document/document_events.h"
 #include "document/history.h"
+#include "tool_helpers.h"
 #include "tools/tool_table.h"
 
 namespace tavora {
 namespace {
 
+using testing_support::MaskBytes;
+
 std::unique_ptr<Document> Doc(int w, int h) { return CreateDocument(w, h, 72, 0xFFFFFFFF, 0); }
 
-std::vector<uint8_t> Bytes(const SelectionMask& m) { return {m.Data(), m.Data() + m.ByteCount()}; }
+std::optional<SelectionRegion> Shape(const Document& doc, ShapeKind kind, const std::vector<ShapePoint>& points,
+                                     double feather = 0) {
+  return RasterizeShape(doc, kind, points, feather);
+}
 
 bool Same(const std::optional<SelectionMask>& a, const std::optional<SelectionMask>& b) {
   if (!a || !b) return !a && !b;
-  return a->Width() == b->Width() && Bytes(*a) == Bytes(*b);
+  return a->Width() == b->Width() && MaskBytes(*a) == MaskBytes(*b);
 }
 
 // A selection set directly, bounds and all.
@@ -90,7 +96,6 @@ TEST(SelectionCombine, TheDocumentPathAppliesTheRulesInsideAndClearsOutsideByMod
 }
 
 TEST(SelectionCombine, EdgeCasesWithoutASelection) {
-  EXPECT_EQ(CombineBytes(128, 128, kSelectAdd), 192);
   auto doc = Doc(20, 20);
   SelectionMask region(4, 4);
   std::memset(region.Data(), 200, region.ByteCount());
@@ -106,29 +111,33 @@ TEST(SelectionCombine, EdgeCasesWithoutASelection) {
   EXPECT_FALSE(doc->selection);
 }
 
-TEST(SelectionShapes, ARectangleTakesWholePixelsBetweenItsRoundedCorners) {
-  auto doc = Doc(40, 30);
-  const ShapePoint corners[2] = {{7.5, 9.2}, {2.4, 3.6}};
-  auto r = RasterizeShape(*doc, ShapeKind::Rectangle, corners, 0);
+TEST(SelectionShapes, ARectangleTakesWholePixelsAndEmptyOrOutsideShapesGiveNothing) {
+  auto doc = Doc(100, 100);
+  auto r = Shape(*doc, ShapeKind::Rectangle, {{7.5, 9.2}, {2.4, 3.6}});
   ASSERT_TRUE(r);
   EXPECT_EQ(r->rect, (Rect{2, 4, 8, 9}));
-  EXPECT_EQ(Bytes(r->mask), std::vector<uint8_t>(6 * 5, 255));
-  const ShapePoint clipped[2] = {{-5, -5}, {3, 3}};
-  r = RasterizeShape(*doc, ShapeKind::Rectangle, clipped, 0);
+  EXPECT_EQ(MaskBytes(r->mask), std::vector<uint8_t>(6 * 5, 255));
+  r = Shape(*doc, ShapeKind::Rectangle, {{-5, -5}, {3, 3}});
   ASSERT_TRUE(r);
   EXPECT_EQ(r->rect, (Rect{0, 0, 3, 3}));
-  const ShapePoint outside[2] = {{-50, 5}, {-10, 20}};
-  EXPECT_FALSE(RasterizeShape(*doc, ShapeKind::Rectangle, outside, 0));
-  EXPECT_FALSE(RasterizeShape(*doc, ShapeKind::Ellipse, outside, 3));  // 9 px of margin: short of the canvas
-  const ShapePoint flat[2] = {{5, 5.2}, {20, 5.4}};  // rounds to no height
-  EXPECT_FALSE(RasterizeShape(*doc, ShapeKind::Rectangle, flat, 0));
-  EXPECT_FALSE(RasterizeShape(*doc, ShapeKind::Polygon, {}, 0));
+  const struct {
+    ShapeKind kind;
+    std::vector<ShapePoint> points;
+    double feather;
+    const char* why;
+  } nothing[] = {
+      {ShapeKind::Rectangle, {{-50, 5}, {-10, 20}}, 0, "left of the canvas"},
+      {ShapeKind::Ellipse, {{-50, 5}, {-10, 20}}, 3, "9 px of feather margin fall short"},
+      {ShapeKind::Ellipse, {{-60, 40}, {-40, 60}}, 6, "beyond the feather's reach"},
+      {ShapeKind::Rectangle, {{5, 5.2}, {20, 5.4}}, 0, "rounds to no height"},
+      {ShapeKind::Polygon, {}, 0, "no points"},
+  };
+  for (const auto& c : nothing) EXPECT_FALSE(Shape(*doc, c.kind, c.points, c.feather)) << c.why;
 }
 
 TEST(SelectionShapes, AnEllipseIsSymmetricAndMatchesItsSupersampledArea) {
   auto doc = Doc(64, 40);
-  const ShapePoint corners[2] = {{10, 6}, {50, 34}};
-  auto r = RasterizeShape(*doc, ShapeKind::Ellipse, corners, 0);
+  auto r = Shape(*doc, ShapeKind::Ellipse, {{10, 6}, {50, 34}});
   ASSERT_TRUE(r);
   EXPECT_EQ(r->rect, (Rect{10, 6, 50, 34}));
   const SelectionMask& m = r->mask;
@@ -138,8 +147,7 @@ TEST(SelectionShapes, AnEllipseIsSymmetricAndMatchesItsSupersampledArea) {
       ASSERT_EQ(m.At(x, y), m.At(x, m.Height() - 1 - y));
     }
   // Against 16 x 16 samples of the true ellipse, anywhere on the canvas.
-  const ShapePoint off[2] = {{10.3, 5.7}, {50.9, 33.2}};
-  r = RasterizeShape(*doc, ShapeKind::Ellipse, off, 0);
+  r = Shape(*doc, ShapeKind::Ellipse, {{10.3, 5.7}, {50.9, 33.2}});
   ASSERT_TRUE(r);
   const double cx = 30.6, cy = 19.45, rx = 20.3, ry = 13.75;
   double worst = 0, total = 0, area = 0;
@@ -160,8 +168,7 @@ TEST(SelectionShapes, AnEllipseIsSymmetricAndMatchesItsSupersampledArea) {
   EXPECT_LT(total / r->rect.Width() / r->rect.Height(), 0.01);
   EXPECT_NEAR(area, std::numbers::pi * rx * ry, std::numbers::pi * rx * ry * 0.005);
   // A zero-size drag still makes a one-pixel dot, not a division by zero.
-  const ShapePoint dot[2] = {{5.5, 5.5}, {5.5, 5.5}};
-  r = RasterizeShape(*doc, ShapeKind::Ellipse, dot, 0);
+  r = Shape(*doc, ShapeKind::Ellipse, {{5.5, 5.5}, {5.5, 5.5}});
   ASSERT_TRUE(r);
   EXPECT_EQ(r->rect, (Rect{5, 5, 6, 6}));
   EXPECT_EQ(r->mask.At(0, 0), 255);
@@ -169,26 +176,18 @@ TEST(SelectionShapes, AnEllipseIsSymmetricAndMatchesItsSupersampledArea) {
 
 TEST(SelectionShapes, AnAxisAlignedPolygonEqualsTheRectangleAndHalfPixelsGiveHalfCoverage) {
   auto doc = Doc(30, 30);
-  const ShapePoint square[4] = {{3, 4}, {12, 4}, {12, 10}, {3, 10}};
-  const ShapePoint corners[2] = {{3, 4}, {12, 10}};
-  auto poly = RasterizeShape(*doc, ShapeKind::Polygon, square, 0);
-  auto rect = RasterizeShape(*doc, ShapeKind::Rectangle, corners, 0);
+  auto poly = Shape(*doc, ShapeKind::Polygon, {{3, 4}, {12, 4}, {12, 10}, {3, 10}});
+  auto rect = Shape(*doc, ShapeKind::Rectangle, {{3, 4}, {12, 10}});
   ASSERT_TRUE(poly && rect);
   EXPECT_EQ(poly->rect, rect->rect);
-  EXPECT_EQ(Bytes(poly->mask), Bytes(rect->mask));
+  EXPECT_EQ(MaskBytes(poly->mask), MaskBytes(rect->mask));
 
-  const ShapePoint half[4] = {{2.5, 2.5}, {7.5, 2.5}, {7.5, 7.5}, {2.5, 7.5}};
-  auto h = RasterizeShape(*doc, ShapeKind::Polygon, half, 0);
+  auto h = Shape(*doc, ShapeKind::Polygon, {{2.5, 2.5}, {7.5, 2.5}, {7.5, 7.5}, {2.5, 7.5}});
   ASSERT_TRUE(h);
   EXPECT_EQ(h->rect, (Rect{2, 2, 8, 8}));
-  const SelectionMask& m = h->mask;
-  EXPECT_EQ(m.At(0, 0), 64);  // a quarter: both half edges
-  EXPECT_EQ(m.At(5, 0), 64);
-  EXPECT_EQ(m.At(0, 3), 128);
-  EXPECT_EQ(m.At(3, 0), 128);
-  EXPECT_EQ(m.At(5, 3), 128);
-  EXPECT_EQ(m.At(3, 5), 128);
-  EXPECT_EQ(m.At(2, 2), 255);
+  // Corners are a quarter (both half edges), sides a half, the inside whole.
+  const int cells[][3] = {{0, 0, 64}, {5, 0, 64}, {0, 3, 128}, {3, 0, 128}, {5, 3, 128}, {3, 5, 128}, {2, 2, 255}};
+  for (const auto& c : cells) EXPECT_EQ(h->mask.At(c[0], c[1]), c[2]) << c[0] << "," << c[1];
 }
 
 TEST(SelectionShapes, AStarIsFilledEvenOddWithItsCentreLeftOut) {
@@ -198,7 +197,7 @@ TEST(SelectionShapes, AStarIsFilledEvenOddWithItsCentreLeftOut) {
     const double a = (i * 2 % 5) * 2 * std::numbers::pi / 5 - std::numbers::pi / 2;
     star.push_back({50 + 45 * std::cos(a), 50 + 45 * std::sin(a)});
   }
-  auto r = RasterizeShape(*doc, ShapeKind::Polygon, star, 0);
+  auto r = Shape(*doc, ShapeKind::Polygon, star);
   ASSERT_TRUE(r);
   auto at = [&](int x, int y) { return r->mask.At(x - r->rect.x0, y - r->rect.y0); };
   EXPECT_EQ(at(50, 50), 0);   // the pentagon inside is crossed twice
@@ -239,18 +238,16 @@ TEST(SelectionShapes, RandomPolygonsMatchAFinelySampledReference) {
   for (int round = 0; round < 30; ++round) {
     std::vector<ShapePoint> p(3 + rng() % 6);
     for (auto& q : p) q = {-4 + (rng() % 3200) / 100.0, -3 + (rng() % 2600) / 100.0};
-    auto r = RasterizeShape(*doc, ShapeKind::Polygon, p, 0);
+    auto r = Shape(*doc, ShapeKind::Polygon, p);
     if (!r) continue;
-    const std::vector<uint8_t> want = SampledPolygon(p, r->rect);
-    const std::vector<uint8_t> got = Bytes(r->mask);
+    const std::vector<uint8_t> want = SampledPolygon(p, r->rect), got = MaskBytes(r->mask);
     for (std::size_t i = 0; i < want.size(); ++i) ASSERT_NEAR(got[i], want[i], 3) << round << " @" << i;
   }
 }
 
 TEST(SelectionShapes, FeatherWidensTheRectAndBlursOnlyTheEdge) {
   auto doc = Doc(400, 400);
-  const ShapePoint corners[2] = {{100, 100}, {300, 300}};
-  auto r = RasterizeShape(*doc, ShapeKind::Rectangle, corners, 10);
+  auto r = Shape(*doc, ShapeKind::Rectangle, {{100, 100}, {300, 300}}, 10);
   ASSERT_TRUE(r);
   EXPECT_EQ(r->rect, (Rect{72, 72, 328, 328}));  // 10 x 2.6 + 2 = 28
   auto at = [&](int x, int y) { return int(r->mask.At(x - 72, y - 72)); };
@@ -261,43 +258,37 @@ TEST(SelectionShapes, FeatherWidensTheRectAndBlursOnlyTheEdge) {
   EXPECT_GT(at(95, 200), 0);
   EXPECT_LT(at(105, 200), 255);
   for (int i = 0; i < 256; ++i) ASSERT_EQ(r->mask.At(i, 128), r->mask.At(255 - i, 128));
-  // A shape that runs on past the canvas edge keeps full coverage along it.
-  const ShapePoint edge[2] = {{-20, -20}, {50, 420}};
-  r = RasterizeShape(*doc, ShapeKind::Rectangle, edge, 4);
-  ASSERT_TRUE(r);
-  EXPECT_EQ(r->rect, (Rect{0, 0, 62, 400}));
-  EXPECT_EQ(r->mask.At(0, 200), 255);
 }
 
 TEST(SelectionShapes, FeatheringPastTheCanvasEdgeKeepsThePartThatFallsInside) {
   // The same feathered shapes, once cut by the left edge of a small canvas
-  // and once wholly inside a wider one, must agree on every shared pixel.
+  // and once wholly inside a wider one, must agree on every shared pixel:
+  // full coverage runs on along the edge, and a shape just outside still
+  // reaches in by its feather.
   auto small = Doc(100, 100), wide = Doc(300, 100);
-  const std::vector<ShapePoint> shapes[] = {
-      {{-30, 20}, {25, 70}},                          // an ellipse cut by the edge
-      {{-12, 40}, {-3, 60}},                          // an ellipse just outside, within the feather
-      {{-40, 10}, {30, 50}, {-5, 90}}};               // a triangle cut by the edge
-  const ShapeKind kinds[] = {ShapeKind::Ellipse, ShapeKind::Ellipse, ShapeKind::Polygon};
-  for (int i = 0; i < 3; ++i) {
-    std::vector<ShapePoint> shifted = shapes[i];
+  const struct {
+    ShapeKind kind;
+    std::vector<ShapePoint> points;
+  } shapes[] = {
+      {ShapeKind::Rectangle, {{-20, 20}, {50, 80}}},           // a rectangle running past the edge
+      {ShapeKind::Ellipse, {{-30, 20}, {25, 70}}},             // an ellipse cut by the edge
+      {ShapeKind::Ellipse, {{-12, 40}, {-3, 60}}},             // an ellipse just outside, within the feather
+      {ShapeKind::Polygon, {{-40, 10}, {30, 50}, {-5, 90}}}};  // a triangle cut by the edge
+  for (const auto& s : shapes) {
+    std::vector<ShapePoint> shifted = s.points;
     for (ShapePoint& p : shifted) p.x += 150;
-    const auto cut = RasterizeShape(*small, kinds[i], shapes[i], 6);
-    const auto whole = RasterizeShape(*wide, kinds[i], shifted, 6);
-    ASSERT_TRUE(cut) << i;
-    ASSERT_TRUE(whole) << i;
+    const auto cut = Shape(*small, s.kind, s.points, 6), whole = Shape(*wide, s.kind, shifted, 6);
+    ASSERT_TRUE(cut && whole) << s.points[0].x;
     EXPECT_EQ(cut->rect.x0, 0);
     int covered = 0;
     for (int32_t y = cut->rect.y0; y < cut->rect.y1; ++y)
       for (int32_t x = cut->rect.x0; x < cut->rect.x1; ++x) {
         const uint8_t want = whole->mask.At(x + 150 - whole->rect.x0, y - whole->rect.y0);
-        ASSERT_EQ(cut->mask.At(x - cut->rect.x0, y - cut->rect.y0), want) << i << ": " << x << "," << y;
+        ASSERT_EQ(cut->mask.At(x - cut->rect.x0, y - cut->rect.y0), want) << s.points[0].x << ": " << x << "," << y;
         covered += want > 0;
       }
-    EXPECT_GT(covered, 0) << i;
+    EXPECT_GT(covered, 0) << s.points[0].x;
   }
-  // Beyond the feather's reach nothing is left.
-  const ShapePoint far[2] = {{-60, 40}, {-40, 60}};
-  EXPECT_FALSE(RasterizeShape(*small, ShapeKind::Ellipse, far, 6));
 }
 
 std::vector<uint8_t> BruteDisc(const std::vector<uint8_t>& in, int w, int h, int r, bool erode) {
@@ -353,14 +344,11 @@ TEST(SelectionMorphology, DistancesAreExactAndTheCanvasEdgeHoldsForShrink) {
   SetMask(*doc, dot);
   GrowSelection(*doc, 3);
   ASSERT_TRUE(doc->selection);
-  int count = 0;
   for (int y = 0; y < 21; ++y)
     for (int x = 0; x < 21; ++x) {
-      const int d2 = (x - 10) * (x - 10) + (y - 10) * (y - 10);
-      EXPECT_EQ(doc->selection->At(x, y), d2 <= 9 ? 200 : 0) << x << "," << y;
-      count += d2 <= 9;
+      const int d2 = (x - 10) * (x - 10) + (y - 10) * (y - 10);  // 29 offsets within 3
+      ASSERT_EQ(doc->selection->At(x, y), d2 <= 9 ? 200 : 0) << x << "," << y;
     }
-  EXPECT_EQ(count, 29);
   EXPECT_EQ(doc->selectionBounds, (Rect{7, 7, 14, 14}));
 
   SelectAll(*doc);
@@ -373,8 +361,7 @@ TEST(SelectionMorphology, DistancesAreExactAndTheCanvasEdgeHoldsForShrink) {
 TEST(SelectionMorphology, ShrinkThenGrowRoundsOffCornersAndKeepsTheSides) {
   auto doc = Doc(40, 40);
   std::vector<uint8_t> square(40 * 40, 0);
-  for (int y = 10; y < 30; ++y)
-    for (int x = 10; x < 30; ++x) square[y * 40 + x] = 255;
+  for (int y = 10; y < 30; ++y) std::memset(&square[y * 40 + 10], 255, 20);
   SetMask(*doc, square);
   ShrinkSelection(*doc, 3);
   EXPECT_EQ(doc->selectionBounds, (Rect{13, 13, 27, 27}));
@@ -395,8 +382,7 @@ TEST(SelectionCommands, EachChangeIsOneStepAndUndoRestoresTheMaskExactly) {
   for (int y = 0; y < 40; ++y)
     for (int x = 0; x < 50; ++x)
       doc->layers[0].pixels.At(x, y) = (x > 5 && x < 30 && y > 8 ? uint32_t(rng() % 256) : 0u) << 24 | 0x123456;
-  const ShapePoint corners[2] = {{10, 10}, {20, 25}};
-  auto region = RasterizeShape(*doc, ShapeKind::Ellipse, corners, 2);
+  auto region = Shape(*doc, ShapeKind::Ellipse, {{10, 10}, {20, 25}}, 2);
   ASSERT_TRUE(region);
 
   struct Step {
@@ -477,8 +463,7 @@ TEST(SelectionCommands, InvertTwiceAndLayerAlphaRoundTrip) {
   InvertSelection(*doc);  // nothing left: no selection at all
   EXPECT_FALSE(doc->selection);
   EXPECT_TRUE(doc->selectionBounds.Empty());
-  for (int y = 0; y < 16; ++y)
-    for (int x = 0; x < 16; ++x) doc->layers[0].pixels.At(x, y) = 0x00FFFFFF;
+  doc->layers[0].pixels.Fill(0x00FFFFFF);
   SelectAll(*doc);
   SelectionFromLayerAlpha(*doc);  // transparent everywhere
   EXPECT_FALSE(doc->selection);
@@ -495,14 +480,13 @@ TEST(SelectionCommands, MovingTheOutlineShiftsBytesAndLosesThosePastTheEdge) {
   for (int y = 0; y < 9; ++y)
     for (int x = 0; x < 12; ++x) {
       const int sx = x - 3, sy = y + 2;
-      const int want = sx >= 0 && sy < 9 ? bytes[sy * 12 + sx] : 0;
-      ASSERT_EQ(doc->selection->At(x, y), want) << x << "," << y;
+      ASSERT_EQ(doc->selection->At(x, y), sx >= 0 && sy < 9 ? bytes[sy * 12 + sx] : 0) << x << "," << y;
     }
   MoveSelectionOutline(*doc, -20, 0);  // wholly off the canvas
   EXPECT_FALSE(doc->selection);
   ASSERT_TRUE(Undo(*doc));
   ASSERT_TRUE(Undo(*doc));
-  EXPECT_EQ(Bytes(*doc->selection), bytes);
+  EXPECT_EQ(MaskBytes(*doc->selection), bytes);
 }
 
 TEST(SelectionCommands, FeatheringBlursTheWholeMaskAndTellsTheCanvas) {

@@ -45,7 +45,6 @@ TEST(ToolTable, IdsOptionKeysAndDefaultsAgree) {
       EXPECT_LE(def.choices.size(), std::size_t(def.maximum + 1));
     }
   }
-  EXPECT_EQ(FindOption(u"wandtol")->label, u"Sensitivity");
 }
 
 TEST(ToolTable, KeysSelectToolsAndStepThroughSharedKeys) {
@@ -56,7 +55,7 @@ TEST(ToolTable, KeysSelectToolsAndStepThroughSharedKeys) {
   int32_t tool = kToolBrush;
   std::vector<int32_t> shapes;
   for (int i = 0; i < 5; ++i) shapes.push_back(tool = ToolForKey(u'U', false, tool));
-  EXPECT_EQ(shapes, (std::vector<int32_t>{11, 12, 13, 14, 11}));
+  EXPECT_EQ(shapes, (std::vector<int32_t>{kToolLine, kToolRectangle, kToolEllipse, kToolRoundedRect, kToolLine}));
   EXPECT_EQ(ToolForKey(u'L', false, kToolBrush), kToolLasso);
   EXPECT_EQ(ToolForKey(u'L', true, kToolLasso), kToolPolygonSelect);
   EXPECT_EQ(ToolForKey(u'J', true, kToolBrush), kToolHeal);
@@ -172,12 +171,6 @@ TEST(ToolSettingsSave, ResetWritesEveryDefaultAgain) {
   again.Load(s.store);
   EXPECT_EQ(again.OptionsOf(kToolBrush), ToolOptions{});
 }
-
-}  // namespace
-}  // namespace tavora
-
-namespace tavora {
-namespace {
 
 TEST(ToolOptionsBarValues, TypedNumbersChoicesAndTitles) {
   const OptionDef& size = *FindOption(u"size");
