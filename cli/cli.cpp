@@ -1,4 +1,5 @@
 #include "cli/cli.h"
+#include "cli/cli_draw.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -477,6 +478,7 @@ int SaveResult(Document& doc, const std::filesystem::path& out, const std::optio
 }  // namespace
 
 int RunCli(const std::vector<std::u16string>& args, std::string& out, std::string& err) {
+  if (auto status = RunDrawCommand(args, out, err)) return *status;
   if (args.empty()) return Usage(err);
   const std::u16string& command = args[0];
   if (command == u"ops" && args.size() == 1) {

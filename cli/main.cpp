@@ -8,6 +8,7 @@
 #include "cli/cli.h"
 #ifdef _WIN32
 #include "platform/gdiplus_codecs_win32.h"
+#include "platform/gdiplus_drawing_win32.h"
 #endif
 
 namespace {
@@ -18,11 +19,14 @@ int Run(std::vector<std::u16string> args) {
   // PNG, JPEG, BMP, GIF and TIFF go through the system's codecs.
   const bool codecs = tavora::StartGdiplusCodecs();
   if (codecs) tavora::SetSystemCodec(&tavora::GdiplusCodecs());
+  // Shapes and text are drawn by GDI+ too.
+  if (codecs) tavora::SetSystemDrawing(&tavora::GdiplusDrawing());
 #endif
   std::string out, err;
   const int status = tavora::RunCli(args, out, err);
 #ifdef _WIN32
   tavora::SetSystemCodec(nullptr);
+  tavora::SetSystemDrawing(nullptr);
   if (codecs) tavora::StopGdiplusCodecs();
 #endif
   std::fwrite(out.data(), 1, out.size(), stdout);

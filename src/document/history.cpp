@@ -144,6 +144,11 @@ void Exchange(Document& doc, HistoryState& s) {
 void BeginTiles(Document& doc, int32_t layerIndex, std::u16string_view label) {
   CommitTiles(doc);
   if (layerIndex < 0 || layerIndex >= doc.LayerCount()) return;
+  // Tiles cannot keep a text record: a text layer is first kept whole, as a step of its own.
+  if (Layer& layer = doc.layers[layerIndex]; layer.text) {
+    PushLayer(doc, layerIndex, u"Rasterize Text");
+    layer.text.reset();
+  }
   const Surface& pixels = doc.layers[layerIndex].pixels;
   static uint64_t serials = 0;
   auto record = std::make_unique<PendingTileRecord>();

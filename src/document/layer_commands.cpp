@@ -90,6 +90,7 @@ void MergeDown(Document& doc, int32_t index) {
   lower.opacity = opacity;
   lower.blendMode = mode;
   lower.pixels = std::move(merged);
+  lower.text.reset();  // no longer a text's rendering: an ordinary layer
   lower.effects.dropShadow.on = lower.effects.outerGlow.on = lower.effects.innerGlow.on = false;
   lower.effects.bevel.on = lower.effects.colorOverlay.on = lower.effects.gradientOverlay.on = false;
   lower.effects.stroke.on = lower.effects.bloom.on = false;

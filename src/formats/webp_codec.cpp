@@ -10,7 +10,6 @@
 
 #include "base/file_io.h"
 #include "document/size_limits.h"
-#include "processing/resample.h"
 
 namespace tavora {
 namespace {
@@ -53,6 +52,33 @@ std::optional<WebpImage> DecodeAnimationFirstFrame(std::span<const uint8_t> byte
     out = WebpImage{CopyRows(frame, w, h, w * 4), hasAlpha};
   }
   WebPAnimDecoderDelete(decoder);
+  return out;
+}
+
+// A plain area-average reduction for the rare thumbnail the scaling decoder
+// cannot make: each target pixel averages the source pixels it covers,
+// colours weighted by alpha.
+Surface Reduce(const Surface& src, int32_t w, int32_t h) {
+  Surface out(w, h);
+  const int32_t sw = src.Width(), sh = src.Height();
+  for (int32_t y = 0; y < h; ++y) {
+    const int32_t y0 = int32_t(int64_t(y) * sh / h), y1 = std::max(y0 + 1, int32_t(int64_t(y + 1) * sh / h));
+    for (int32_t x = 0; x < w; ++x) {
+      const int32_t x0 = int32_t(int64_t(x) * sw / w), x1 = std::max(x0 + 1, int32_t(int64_t(x + 1) * sw / w));
+      uint64_t a = 0, c[3] = {0, 0, 0}, n = 0;
+      for (int32_t sy = y0; sy < y1; ++sy)
+        for (int32_t sx = x0; sx < x1; ++sx) {
+          const uint32_t p = src.At(sx, sy), pa = p >> 24;
+          a += pa;
+          for (int k = 0; k < 3; ++k) c[k] += ((p >> (8 * k)) & 255) * pa;
+          ++n;
+        }
+      uint32_t q = uint32_t((a + n / 2) / n) << 24;
+      if (a)
+        for (int k = 0; k < 3; ++k) q |= uint32_t((c[k] + a / 2) / a) << (8 * k);
+      out.At(x, y) = q;
+    }
+  }
   return out;
 }
 
@@ -111,7 +137,7 @@ std::optional<WebpImage> DecodeWebpThumbnail(std::span<const uint8_t> bytes, int
   // reduce by area average.
   auto full = DecodeWebp(bytes);
   if (!full || scale >= 1) return full;
-  full->pixels = Resample(full->pixels, w, h, ResampleAlgorithm::AreaAverage);
+  full->pixels = Reduce(full->pixels, w, h);
   return full;
 }
 

@@ -9,6 +9,7 @@
 #include "document/document_events.h"
 #include "document/history.h"
 #include "tools/selection.h"
+#include "tools/text_layers.h"
 
 namespace tavora {
 namespace {
@@ -123,6 +124,7 @@ bool MoveTool::Begin(Document& doc, uint32_t fill) {
   const Rect lifted = floating_ ? Intersect(doc.selectionBounds, canvas) : Rect{};
   if (floating_ && lifted.Empty()) return false;
   PushLayer(doc, layer_, u"Move", floating_ ? SelectionInState::Yes : SelectionInState::No);
+  if (floating_) EndTextEditing(*layer);
   doc_ = &doc;
   dx_ = dy_ = 0;
   if (!floating_) {
@@ -176,6 +178,7 @@ void MoveTool::MoveTo(Document& doc, int32_t dx, int32_t dy) {
   Layer& layer = doc.layers[layer_];
   if (floating_) MovePiece(doc, layer, dx, dy);
   else MoveLayer(doc, layer, dx, dy);
+  if (!floating_) MoveTextRecord(layer, dx - dx_, dy - dy_);
   dx_ = dx;
   dy_ = dy;
   doc.modified = true;
