@@ -536,7 +536,11 @@ bool CanvasSize(Document& doc, int32_t width, int32_t height, int32_t anchor, ui
 }
 
 bool CropToSelection(Document& doc) {
-  const Rect area = Intersect(doc.selection ? doc.selectionBounds : doc.Bounds(), doc.Bounds());
+  return CropToRect(doc, doc.selection ? doc.selectionBounds : doc.Bounds());
+}
+
+bool CropToRect(Document& doc, const Rect& rect) {
+  const Rect area = Intersect(rect, doc.Bounds());
   if (doc.layers.empty() || area.Empty() || area == doc.Bounds()) return false;
   PushWholeDocument(doc, u"Crop");
   for (Layer& layer : doc.layers) {

@@ -64,6 +64,9 @@ inline constexpr int32_t kMaxGeometrySide = 32768;
 bool CanvasSize(Document& doc, int32_t width, int32_t height, int32_t anchor, uint32_t color);
 // "Crop": to the selection's bounding rectangle.
 bool CropToSelection(Document& doc);
+// "Crop" to a rectangle (the Crop tool's), clipped to the canvas; nothing
+// when it is empty or the whole canvas.
+bool CropToRect(Document& doc, const Rect& rect);
 // "Rotate Right" / "Rotate Left", and "Rotate 180".
 bool RotateImage90(Document& doc, bool clockwise);
 bool RotateImage180(Document& doc);

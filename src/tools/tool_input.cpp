@@ -4,10 +4,14 @@
 #include <cmath>
 
 #include "document/composite.h"
+#include "processing/geometry.h"
 #include "tools/fill.h"
 
 namespace tavora {
 namespace {
+
+// How far from a crop handle a press still takes it, in device pixels.
+constexpr double kHandleReach = 6;
 
 SelectionToolOptions SelectionOptions(const ToolOptions& o) {
   return {o.selmode, static_cast<double>(o.feather), o.wandtol, o.wandcontig != 0, o.wandall != 0};
@@ -101,6 +105,14 @@ void ToolInput::Press(Document& doc, double x, double y, int button, int modifie
   } else if (tool == kToolMove && button == 1) {
     move_.Press(doc, x, y, tools_.colors.Secondary());
     dragging_ = true;
+  } else if (tool == kToolCrop && button == 1) {
+    crop_.Press(doc, x, y, kHandleReach / viewScale_);
+    dragging_ = true;
+  } else if (ShapeTypeFor(tool)) {
+    shape_.Press(tool, x, y, button, modifiers, options, tools_.colors);
+    dragging_ = shape_.Busy();
+  } else if (tool == kToolText && button == 1) {
+    TextClickAt(doc, x, y);
   }
 }
 
@@ -112,10 +124,15 @@ void ToolInput::DoubleClick(Document& doc, double x, double y, int button, int m
     dragging_ = button == 1 && selection_.Busy() && tool != kToolPolygonSelect;
     return;
   }
+  // A double-click inside the crop rectangle crops.
+  if (tool == kToolCrop && button == 1 && crop_.HandleAt(x, y, kHandleReach / viewScale_) == CropHandle::Inside) {
+    ApplyCrop(doc);
+    return;
+  }
   Press(doc, x, y, button, modifiers);
 }
 
-void ToolInput::Move(Document& doc, double x, double y) {
+void ToolInput::Move(Document& doc, double x, double y, int modifiers) {
   const int32_t tool = tools_.CurrentTool();
   if (IsSelectionTool(tool)) {
     selection_.Move(doc, x, y);
@@ -125,10 +142,14 @@ void ToolInput::Move(Document& doc, double x, double y) {
     Pick(doc, x, y);
   } else if (dragging_ && tool == kToolMove) {
     move_.Drag(doc, x, y);
+  } else if (dragging_ && tool == kToolCrop) {
+    crop_.Drag(doc, x, y, modifiers);
+  } else if (shape_.Busy()) {
+    shape_.Move(x, y, modifiers);
   }
 }
 
-void ToolInput::Release(Document& doc, double x, double y) {
+void ToolInput::Release(Document& doc, double x, double y, int modifiers) {
   const int32_t tool = tools_.CurrentTool();
   if (IsSelectionTool(tool)) {
     if (button_ == 1) selection_.Release(doc, x, y);
@@ -136,6 +157,10 @@ void ToolInput::Release(Document& doc, double x, double y) {
     EndStroke(doc);
   } else if (tool == kToolMove) {
     move_.Release(doc, x, y);
+  } else if (tool == kToolCrop) {
+    crop_.Release(doc, x, y);
+  } else if (shape_.Busy()) {
+    shape_.Release(doc, x, y, modifiers);
   }
   dragging_ = false;
 }
@@ -157,6 +182,17 @@ bool ToolInput::Key(Document& doc, ToolKey key, int modifiers) {
       default: return false;
     }
   }
+  if (tool == kToolCrop && crop_.Shown()) {
+    if (key == ToolKey::Enter) ApplyCrop(doc);
+    else if (key == ToolKey::Escape) crop_.Cancel();
+    else return false;
+    return true;
+  }
+  if (shape_.Busy() && key == ToolKey::Escape) {
+    shape_.Cancel();
+    dragging_ = false;
+    return true;
+  }
   if (!IsSelectionTool(tool)) return false;
   if (key != ToolKey::Backspace && key != ToolKey::Escape) return false;
   return selection_.Key(key == ToolKey::Backspace ? SelectionKey::Backspace : SelectionKey::Escape);
@@ -165,6 +201,8 @@ bool ToolInput::Key(Document& doc, ToolKey key, int modifiers) {
 void ToolInput::Finish(Document& doc) {
   selection_.Cancel(doc);
   move_.Commit(doc);
+  crop_.Cancel();
+  shape_.Cancel();
   if (StrokeActive()) EndStroke(doc);
   dragging_ = false;
 }
@@ -172,8 +210,23 @@ void ToolInput::Finish(Document& doc) {
 void ToolInput::Forget(Document& doc) {
   selection_.Cancel(doc);
   move_.Forget(doc);
+  crop_.Cancel();
+  shape_.Cancel();
   ForgetStroke(doc);
   dragging_ = false;
+}
+
+void ToolInput::ApplyCrop(Document& doc) {
+  if (const auto area = crop_.Take()) CropToRect(doc, *area);
+}
+
+void ToolInput::TextClickAt(Document& doc, double x, double y) {
+  if (!textDialog_) return;
+  const TextClick click = tavora::TextClickAt(doc, x, y);
+  TextValues values = TextDialogStart(doc, click, tools_.Current(), tools_.colors.Primary());
+  if (!textDialog_(textContext_, doc, click, values)) return;
+  RememberTextFont(tools_.Current(), values);
+  ApplyTextClick(doc, click, values, tools_.Current());
 }
 
 void ToolInput::Pick(Document& doc, double x, double y) {

@@ -78,6 +78,58 @@ TEST(ToolDispatch, EachToolGetsItsPressesAndStrokesAreOneStep) {
   EXPECT_EQ(HistoryRows(*doc).back(), u"Erase");
 }
 
+TEST(ToolDispatch, CropShapesMoveAndTextReachTheirTools) {
+  auto doc = CreateDocument(40, 30, 72, 0xFFFFFFFF, 0);
+  ToolSettings tools;
+  ToolInput input(tools);
+  input.SetViewScale(2.0);  // handles reach 3 image pixels
+  tools.SetTool(kToolCrop);
+  input.Press(*doc, 5, 5, 1, 0);
+  input.Move(*doc, 20, 12, kModShift);  // squared
+  input.Release(*doc, 20, 12, kModShift);
+  ASSERT_TRUE(input.CropArea());
+  EXPECT_EQ(*input.CropArea(), (Rect{5, 5, 20, 20}));
+  EXPECT_TRUE(input.Pending());
+  EXPECT_TRUE(input.Key(*doc, ToolKey::Enter));
+  EXPECT_EQ(doc->width, 15);
+  EXPECT_EQ(HistoryRows(*doc).back(), u"Crop");
+  EXPECT_FALSE(input.Pending());
+  // Esc drops a rectangle; a double-click inside crops.
+  input.Press(*doc, 1, 1, 1, 0);
+  input.Release(*doc, 9, 9);
+  EXPECT_TRUE(input.Key(*doc, ToolKey::Escape));
+  EXPECT_FALSE(input.CropArea());
+  input.Press(*doc, 1, 1, 1, 0);
+  input.Release(*doc, 9, 9);
+  input.DoubleClick(*doc, 5, 5, 1, 0);
+  EXPECT_EQ(doc->width, 8);
+
+  // The Move tool takes the arrows; another tool does not.
+  tools.SetTool(kToolMove);
+  EXPECT_TRUE(input.Key(*doc, ToolKey::Right, kModShift));
+  EXPECT_TRUE(input.Pending());
+  input.Finish(*doc);
+  EXPECT_FALSE(input.Pending());
+  EXPECT_EQ(HistoryRows(*doc).back(), u"Move");
+  tools.SetTool(kToolBrush);
+  EXPECT_FALSE(input.Key(*doc, ToolKey::Right));
+
+  // The Text tool asks its dialog; a cancelled one changes nothing.
+  tools.SetTool(kToolText);
+  int asked = 0;
+  input.SetTextDialog(
+      [](void* c, Document&, const TextClick&, TextValues&) {
+        ++*static_cast<int*>(c);
+        return false;
+      },
+      &asked);
+  const std::size_t rows = HistoryRows(*doc).size();
+  input.Press(*doc, 3, 3, 1, 0);
+  input.Release(*doc, 3, 3);
+  EXPECT_EQ(asked, 1);
+  EXPECT_EQ(HistoryRows(*doc).size(), rows);
+}
+
 TEST(ToolDispatch, OnlyRubberBandToolsDropStaleMoves) {
   for (int32_t id : {kToolRectSelect, kToolEllipseSelect, kToolMove, kToolCrop, kToolLine, kToolRectangle,
                      kToolEllipse, kToolRoundedRect})
