@@ -6,11 +6,13 @@
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <initializer_list>
 #include <optional>
 #include <memory>
 
 #include "base/file_io.h"
+#include "cli/apply_geometry.h"
 #include "base/unicode.h"
 #include "document/blend.h"
 #include "document/layer_commands.h"
@@ -141,6 +143,7 @@ std::string OpsList() {
   }
   for (const ImmediateOp& op : ImmediateOps())
     s += Utf16ToUtf8(op.shortName) + " (\"" + Utf16ToUtf8(op.historyName) + "\")\n";
+  s += cli::GeometryOpsList();
   s += "color-depth (\"Color Depth\")\n    COUNT: 2, 4, 8, 16, 32, 64, 128, 256 (median cut), 32768 (5-5-5), "
        "65536 (5-6-5) or 16777216 (true color)\n    option: dither\n";
   return s;
@@ -152,6 +155,7 @@ struct ApplyStep {
   const ImmediateOp* immediate = nullptr;
   EffectValues values;
   std::optional<ColorDepthParams> colorDepth;
+  std::function<void(Document&)> action;  // geometry and resampling
 };
 
 // "color-depth=COUNT[,dither]": one of the counts the Color Depth dialog lists.
@@ -180,6 +184,21 @@ std::optional<ApplyStep> ParseStep(const std::u16string& arg, std::string& err, 
   const std::size_t eq = arg.find(u'=');
   const std::u16string name = arg.substr(0, eq);
   ApplyStep step;
+  const auto geometry = cli::ParseGeometryOp(
+      name, eq == std::u16string::npos ? std::nullopt : std::optional<std::u16string_view>(std::u16string_view(arg).substr(eq + 1)),
+      err);
+  switch (geometry.outcome) {
+    case cli::ParsedOp::Outcome::Ready:
+      step.action = geometry.run;
+      return step;
+    case cli::ParsedOp::Outcome::Refused:
+      rangeError = true;
+      return std::nullopt;
+    case cli::ParsedOp::Outcome::Usage:
+      return std::nullopt;
+    case cli::ParsedOp::Outcome::NotMine:
+      break;
+  }
   if (name == u"color-depth") {
     if (eq == std::u16string::npos) {
       err += "color-depth takes COUNT[,dither]\n";
@@ -254,6 +273,10 @@ std::optional<ApplyStep> ParseStep(const std::u16string& arg, std::string& err, 
 }
 
 void RunStep(Document& doc, const ApplyStep& step) {
+  if (step.action) {
+    step.action(doc);
+    return;
+  }
   if (step.colorDepth) {
     ApplyColorDepth(doc, step.colorDepth->colors, step.colorDepth->dither, step.colorDepth->mode);
     return;
