@@ -1,10 +1,16 @@
 #pragma once
-// Comparing pictures in tests: the first differing pixel is named.
+// Pixels in tests: building them, and comparing pictures with the first
+// differing pixel named.
 #include <gtest/gtest.h>
 
 #include "document/surface.h"
 
 namespace tavora::testing_support {
+
+// A straight-alpha pixel from its four channels.
+constexpr uint32_t Px(uint32_t a, uint32_t r, uint32_t g, uint32_t b) {
+  return a << 24 | r << 16 | g << 8 | b;
+}
 
 inline ::testing::AssertionResult SamePixels(const Surface& got, const Surface& want) {
   if (got.Width() != want.Width() || got.Height() != want.Height())

@@ -5,86 +5,67 @@
 namespace tavora {
 namespace {
 
-KeyPress InMain(std::u16string_view focus) {
+// What differs from a plain key pressed in the main window with a document open.
+enum : unsigned {
+  kArrow = 1,         // an arrow key
+  kMoveTool = 2,      // the Move tool is current
+  kSystemKey = 4,     // a system key-down (Alt held), not a plain one
+  kCtrlOrAlt = 8,
+  kOnCanvas = 16,     // the canvas has the focus and handles its own arrows
+  kNoDocument = 32,
+  kOutside = 64,      // the focus is outside the main window
+  kOwnDialog = 128,   // the key went to a top-level window of its own
+};
+
+KeyPress Press(std::u16string_view focus, unsigned flags) {
   KeyPress k;
   k.focusClass = focus;
-  k.focusInMainWindow = true;
-  k.topLevelIsMain = true;
-  k.documentActive = true;
+  k.plainKeyDown = !(flags & kSystemKey);
+  k.arrowKey = flags & kArrow;
+  k.moveToolActive = flags & kMoveTool;
+  k.ctrlOrAlt = flags & kCtrlOrAlt;
+  k.focusIsCanvas = flags & kOnCanvas;
+  k.documentActive = !(flags & kNoDocument);
+  k.focusInMainWindow = !(flags & kOutside);
+  k.topLevelIsMain = !(flags & kOwnDialog);
   return k;
 }
 
-TEST(KeyRouting, TextBoxesTakeTheirKeysBeforeShortcuts) {
-  KeyPress ctrlZ = InMain(u"Edit");  // Ctrl+Z typed in a text box
-  const KeyRoute r = RouteKey(ctrlZ);
-  EXPECT_FALSE(r.useAccelerators);
-  EXPECT_FALSE(r.offerToTool);
-  ctrlZ.plainKeyDown = false;  // Alt+key in a text box: still the text box's
-  EXPECT_FALSE(RouteKey(ctrlZ).useAccelerators);
-  EXPECT_TRUE(RouteKey(InMain(u"KZCanvas")).useAccelerators);
-  KeyPress elsewhere = InMain(u"Button");
-  elsewhere.topLevelIsMain = false;  // a dialog of its own: no main-window shortcuts
-  EXPECT_FALSE(RouteKey(elsewhere).useAccelerators);
-}
-
-TEST(KeyRouting, ArrowsGoToTheMoveToolUnlessTheControlUsesThem) {
-  KeyPress arrow = InMain(u"KZLayers");
-  arrow.arrowKey = true;
-  arrow.moveToolActive = true;
-  EXPECT_TRUE(RouteKey(arrow).offerToTool);
-  EXPECT_TRUE(RouteKey(arrow).useAccelerators);  // when the tool does not take it
-
-  for (std::u16string_view cls : {u"ComboBox", u"ListBox", u"SysTreeView32", u"SysListView32"}) {
-    KeyPress list = arrow;
-    list.focusClass = cls;
-    EXPECT_FALSE(RouteKey(list).offerToTool) << std::string(cls.begin(), cls.end());
-    EXPECT_TRUE(RouteKey(list).useAccelerators);
+TEST(KeyRouting, TextBoxesListsToolsAndShortcutsEachGetTheirKeys) {
+  constexpr unsigned kNudge = kArrow | kMoveTool;
+  // Expected: T = offered to the tool (arrows), A = accelerators, K = offered as a tool key.
+  const struct {
+    std::u16string_view focus;
+    unsigned flags;
+    const char* want;
+  } table[] = {
+      // Text boxes take their keys before shortcuts, Alt+key included.
+      {u"Edit", 0, "---"}, {u"Edit", kSystemKey, "---"}, {u"Edit", kCtrlOrAlt, "---"},
+      {u"Edit", kNudge, "---"},
+      // Plain keys reach the tool keys, before any image is open too.
+      {u"KZCanvas", 0, "-AK"}, {u"KZToolbox", kNoDocument, "-AK"},
+      // Lists pick items by letter and move with arrows.
+      {u"ComboBox", 0, "-A-"}, {u"ListBox", 0, "-A-"}, {u"SysListView32", 0, "-A-"},
+      {u"ComboBox", kNudge, "-A-"}, {u"ListBox", kNudge, "-A-"},
+      {u"SysTreeView32", kNudge, "-A-"}, {u"SysListView32", kNudge, "-A-"},
+      // Ctrl+B is a shortcut, not the Brush; arrows and system keys are no tool keys.
+      {u"KZCanvas", kCtrlOrAlt, "-A-"}, {u"KZCanvas", kArrow, "-A-"},
+      {u"KZCanvas", kSystemKey, "-A-"},
+      // A dialog of its own gets no main-window keys at all.
+      {u"Button", kOwnDialog, "---"}, {u"KZCanvas", kOwnDialog, "---"},
+      // Arrows go to the Move tool from a panel, then to the accelerators.
+      {u"KZLayers", kNudge, "TA-"},
+      {u"KZLayers", kNudge | kOnCanvas, "-A-"}, {u"KZLayers", kArrow, "-A-"},
+      {u"KZLayers", kNudge | kNoDocument, "-A-"}, {u"KZLayers", kNudge | kOutside, "-A-"},
+      {u"KZLayers", kNudge | kSystemKey, "-A-"},
+  };
+  for (const auto& row : table) {
+    const KeyRoute r = RouteKey(Press(row.focus, row.flags));
+    const std::string got{r.offerToTool ? 'T' : '-', r.useAccelerators ? 'A' : '-',
+                          r.offerToolKey ? 'K' : '-'};
+    EXPECT_EQ(got, row.want) << std::string(row.focus.begin(), row.focus.end()) << " with flags "
+                             << row.flags;
   }
-  KeyPress edit = arrow;
-  edit.focusClass = u"Edit";
-  EXPECT_FALSE(RouteKey(edit).offerToTool);
-  EXPECT_FALSE(RouteKey(edit).useAccelerators);
-
-  KeyPress canvas = arrow;  // the canvas handles its own arrows
-  canvas.focusIsCanvas = true;
-  EXPECT_FALSE(RouteKey(canvas).offerToTool);
-  KeyPress otherTool = arrow;
-  otherTool.moveToolActive = false;
-  EXPECT_FALSE(RouteKey(otherTool).offerToTool);
-  KeyPress noDoc = arrow;
-  noDoc.documentActive = false;
-  EXPECT_FALSE(RouteKey(noDoc).offerToTool);
-  KeyPress outside = arrow;
-  outside.focusInMainWindow = false;
-  EXPECT_FALSE(RouteKey(outside).offerToTool);
-  KeyPress sys = arrow;
-  sys.plainKeyDown = false;
-  EXPECT_FALSE(RouteKey(sys).offerToTool);
-}
-
-TEST(KeyRouting, PlainKeysReachTheToolKeysExceptInTextBoxesAndLists) {
-  const KeyPress letter = InMain(u"KZCanvas");
-  EXPECT_TRUE(RouteKey(letter).offerToolKey);
-  EXPECT_TRUE(RouteKey(letter).useAccelerators);  // when no tool key takes it
-  KeyPress noDoc = InMain(u"KZToolbox");  // tools are picked before any image is open
-  noDoc.documentActive = false;
-  EXPECT_TRUE(RouteKey(noDoc).offerToolKey);
-  for (std::u16string_view cls : {u"Edit", u"ComboBox", u"ListBox", u"SysListView32"}) {
-    KeyPress k = InMain(cls);
-    EXPECT_FALSE(RouteKey(k).offerToolKey) << std::string(cls.begin(), cls.end());
-  }
-  KeyPress ctrl = letter;  // Ctrl+B is a shortcut, not the Brush
-  ctrl.ctrlOrAlt = true;
-  EXPECT_FALSE(RouteKey(ctrl).offerToolKey);
-  KeyPress arrow = letter;
-  arrow.arrowKey = true;
-  EXPECT_FALSE(RouteKey(arrow).offerToolKey);
-  KeyPress dialog = letter;
-  dialog.topLevelIsMain = false;
-  EXPECT_FALSE(RouteKey(dialog).offerToolKey);
-  KeyPress sys = letter;
-  sys.plainKeyDown = false;
-  EXPECT_FALSE(RouteKey(sys).offerToolKey);
 }
 
 }  // namespace

@@ -11,7 +11,7 @@ TEST(WindowPlacementRules, StoredRectanglesAreUsedOnlyWhenLargeEnough) {
   testing_support::TempDir dir;
   SettingsStore settings;
   settings.Open(dir.path());
-  WindowPlacement p = LoadWindowPlacement(settings, 1.5);
+  WindowPlacement p = LoadWindowPlacement(settings, 1.5);  // nothing stored: 1360 x 860 scaled
   EXPECT_FALSE(p.hasPosition);
   EXPECT_EQ(p.width, 2040);
   EXPECT_EQ(p.height, 1290);
@@ -21,18 +21,18 @@ TEST(WindowPlacementRules, StoredRectanglesAreUsedOnlyWhenLargeEnough) {
   p = LoadWindowPlacement(settings, 1.0);
   EXPECT_TRUE(p.hasPosition);
   EXPECT_EQ(p.x, -20);
+  EXPECT_EQ(p.y, 10);
   EXPECT_EQ(p.width, 401);
+  EXPECT_EQ(p.height, 301);
   EXPECT_TRUE(p.maximized);
 
-  settings.SetInt(u"Window", u"W", 400);  // not wider than 400
-  EXPECT_FALSE(LoadWindowPlacement(settings, 1.0).hasPosition);
-  settings.SetInt(u"Window", u"W", 800);
-  settings.SetInt(u"Window", u"H", 300);  // lower than 301
-  EXPECT_FALSE(LoadWindowPlacement(settings, 1.0).hasPosition);
-  settings.SetInt(u"Window", u"H", 600);
-  settings.SetInt(u"Window", u"X", 2147483647);  // the "absent" marker
-  EXPECT_FALSE(LoadWindowPlacement(settings, 1.0).hasPosition);
-  EXPECT_TRUE(LoadWindowPlacement(settings, 1.0).maximized);
+  // Wider than 400 and at least 301 high, with a stored position.
+  for (auto [w, h, x] : {std::tuple{400, 600, 0}, {800, 300, 0}, {800, 600, kNoStoredX}}) {
+    SaveWindowPlacement(settings, {true, x, 0, w, h, true});
+    p = LoadWindowPlacement(settings, 1.0);
+    EXPECT_FALSE(p.hasPosition) << w << " x " << h << " at " << x;
+    EXPECT_TRUE(p.maximized) << w << " x " << h << " at " << x;
+  }
 }
 
 }  // namespace

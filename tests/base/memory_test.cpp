@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <limits>
 #include <new>
 
@@ -13,6 +12,8 @@
 
 namespace tavora {
 namespace {
+
+constexpr std::size_t kMax = std::numeric_limits<std::size_t>::max();
 
 // Inside a death test the message goes to standard error instead of a
 // message box, so the expectation can read it.
@@ -22,86 +23,58 @@ void PrintMessage(std::u16string_view text) {
   std::fflush(stderr);
 }
 
-TEST(CheckedAllocation, ZeroSizesGiveUsableBlocks) {
-  void* a = CheckedAlloc(0);
-  void* b = CheckedAllocZeroed(0, 16);
-  void* c = CheckedAllocZeroed(16, 0);
-  ASSERT_NE(a, nullptr);
-  ASSERT_NE(b, nullptr);
-  ASSERT_NE(c, nullptr);
-  static_cast<char*>(a)[0] = 1;  // at least one byte each
-  static_cast<char*>(b)[0] = 1;
-  static_cast<char*>(c)[0] = 1;
-  void* d = CheckedRealloc(a, 0);
-  ASSERT_NE(d, nullptr);
-  std::free(b);
-  std::free(c);
-  std::free(d);
-}
-
-TEST(CheckedAllocation, ZeroedBlocksAreZeroAndReallocKeepsContents) {
+TEST(CheckedAllocation, ZeroSizesGiveUsableBlocksAndContentsSurvive) {
+  // A size of 0 still gives at least one writable byte (realloc to 0 may
+  // otherwise free the block and return null).
+  for (void* p : {CheckedAlloc(0), CheckedAllocZeroed(0, 16), CheckedAllocZeroed(16, 0),
+                  CheckedRealloc(CheckedAlloc(8), 0)}) {
+    ASSERT_NE(p, nullptr);
+    static_cast<char*>(p)[0] = 1;
+    std::free(p);
+  }
   auto* z = static_cast<uint8_t*>(CheckedAllocZeroed(4096, 3));
   for (int i = 0; i < 4096 * 3; ++i) ASSERT_EQ(z[i], 0) << i;
   for (int i = 0; i < 100; ++i) z[i] = static_cast<uint8_t>(i);
-  z = static_cast<uint8_t*>(CheckedRealloc(z, 1 << 20));
-  for (int i = 0; i < 100; ++i) ASSERT_EQ(z[i], i);
-  z = static_cast<uint8_t*>(CheckedRealloc(z, 10));
-  for (int i = 0; i < 10; ++i) ASSERT_EQ(z[i], i);
+  for (std::size_t size : {std::size_t{1} << 20, std::size_t{10}}) {
+    z = static_cast<uint8_t*>(CheckedRealloc(z, size));
+    for (int i = 0; i < 10; ++i) ASSERT_EQ(z[i], i) << "after realloc to " << size;
+  }
   std::free(z);
 }
 
 using CheckedAllocationDeathTest = testing::Test;
 
-TEST_F(CheckedAllocationDeathTest, ExhaustionEndsWithCodeThreeAndTheMessage) {
+TEST_F(CheckedAllocationDeathTest, EveryExhaustionEndsWithCodeThreeAndTheMessage) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  const std::size_t huge = std::numeric_limits<std::size_t>::max() / 2;
-  EXPECT_EXIT(
-      {
-        SetFatalMessageSink(&PrintMessage);
-        void* p = CheckedAlloc(huge);
-        std::printf("%p", p);
-      },
-      testing::ExitedWithCode(kOutOfMemoryExitCode), "Out of memory\\.");
-  // A count x size that overflows must not wrap to a small block.
-  EXPECT_EXIT(
-      {
-        SetFatalMessageSink(&PrintMessage);
-        void* p = CheckedAllocZeroed(std::numeric_limits<std::size_t>::max() / 4, 8);
-        std::printf("%p", p);
-      },
-      testing::ExitedWithCode(kOutOfMemoryExitCode), "Out of memory\\.");
-  EXPECT_EXIT(
-      {
-        SetFatalMessageSink(&PrintMessage);
-        void* p = CheckedRealloc(CheckedAlloc(16), huge);
-        std::printf("%p", p);
-      },
-      testing::ExitedWithCode(kOutOfMemoryExitCode), "Out of memory\\.");
-}
-
-TEST_F(CheckedAllocationDeathTest, FailedNewTakesTheSamePath) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  // The handler the program installs, called as operator new calls it when
-  // the heap is exhausted.
-  std::new_handler handler = std::get_new_handler();
-  ASSERT_NE(handler, nullptr);
-  EXPECT_EXIT(
-      {
-        SetFatalMessageSink(&PrintMessage);
-        handler();
-      },
-      testing::ExitedWithCode(kOutOfMemoryExitCode), "Out of memory\\.");
+  ASSERT_NE(std::get_new_handler(), nullptr);
+  struct Case {
+    const char* what;
+    void* (*allocate)();
+  };
+  const Case cases[] = {
+      {"CheckedAlloc", [] { return CheckedAlloc(kMax / 2); }},
+      // A count x size that overflows must not wrap to a small block (here 8 bytes).
+      {"CheckedAllocZeroed overflowing", [] { return CheckedAllocZeroed(kMax / 8 + 2, 8); }},
+      {"CheckedRealloc", [] { return CheckedRealloc(CheckedAlloc(16), kMax / 2); }},
+      // The installed handler, called as operator new calls it when the heap is exhausted.
+      {"new-handler", []() -> void* { std::get_new_handler()(); return nullptr; }},
 #if !defined(__SANITIZE_ADDRESS__)
-  // Without the sanitizer's own allocator, a real failing new goes there too.
-  EXPECT_EXIT(
-      {
-        SetFatalMessageSink(&PrintMessage);
-        volatile std::size_t n = std::numeric_limits<std::size_t>::max() / 8;
-        char* p = new char[n];
-        std::printf("%p", static_cast<void*>(p));
-      },
-      testing::ExitedWithCode(kOutOfMemoryExitCode), "Out of memory\\.");
+      // Without the sanitizer's own allocator, a real failing new goes there too.
+      {"operator new", []() -> void* {
+         volatile std::size_t n = kMax / 8;
+         return new char[n];
+       }},
 #endif
+  };
+  for (const Case& c : cases) {
+    EXPECT_EXIT(
+        {
+          SetFatalMessageSink(&PrintMessage);
+          std::printf("%p", c.allocate());
+        },
+        testing::ExitedWithCode(kOutOfMemoryExitCode), "Out of memory\\.")
+        << c.what;
+  }
 }
 
 }  // namespace

@@ -10,33 +10,32 @@
 namespace tavora {
 namespace {
 
-std::vector<std::pair<int, int>> PlanOf(int rows, int processors) {
+using Plan = std::vector<std::pair<int, int>>;
+
+Plan PlanOf(int rows, int processors) {
   RowSlice slices[kMaxRowWorkers];
   const int n = RowWorkers::Plan(rows, processors, slices);
-  std::vector<std::pair<int, int>> out;
+  Plan out;
   for (int i = 0; i < n; ++i) out.emplace_back(slices[i].first, slices[i].end);
   return out;
 }
 
-TEST(RowWorkersPlan, SmallJobsAndSingleProcessorsStayWhole) {
-  using P = std::vector<std::pair<int, int>>;
-  EXPECT_EQ(PlanOf(31, 16), (P{{0, 31}}));
-  EXPECT_EQ(PlanOf(1, 16), (P{{0, 1}}));
-  EXPECT_EQ(PlanOf(1000, 1), (P{{0, 1000}}));
-  // A machine that reports no processors at all still runs the rows.
-  EXPECT_EQ(PlanOf(1000, 0), (P{{0, 1000}}));
-  EXPECT_EQ(PlanOf(1000, -3), (P{{0, 1000}}));
-  EXPECT_EQ(PlanOf(0, 16), (P{{0, 0}}));
-}
-
-TEST(RowWorkersPlan, BoundariesAreTruncatedFractions) {
-  using P = std::vector<std::pair<int, int>>;
-  EXPECT_EQ(PlanOf(33, 16), (P{{0, 2}, {2, 4}, {4, 6}, {6, 8}, {8, 10}, {10, 12}, {12, 14},
-                               {14, 16}, {16, 18}, {18, 20}, {20, 22}, {22, 24}, {24, 26},
-                               {26, 28}, {28, 30}, {30, 33}}));
-  EXPECT_EQ(PlanOf(40, 3), (P{{0, 13}, {13, 26}, {26, 40}}));
-  EXPECT_EQ(PlanOf(40, 2), (P{{0, 20}, {20, 40}}));
-  EXPECT_EQ(PlanOf(32, 2), (P{{0, 16}, {16, 32}}));
+TEST(RowWorkersPlan, SmallJobsStayWholeAndBoundariesAreTruncatedFractions) {
+  const struct {
+    int rows, processors;
+    Plan want;
+  } table[] = {
+      {31, 16, {{0, 31}}}, {1, 16, {{0, 1}}}, {0, 16, {{0, 0}}},  // below the 32-row threshold
+      // A machine that reports no processors at all still runs the rows.
+      {1000, 1, {{0, 1000}}}, {1000, 0, {{0, 1000}}}, {1000, -3, {{0, 1000}}},
+      {32, 2, {{0, 16}, {16, 32}}}, {40, 2, {{0, 20}, {20, 40}}},
+      {40, 3, {{0, 13}, {13, 26}, {26, 40}}},
+      {33, 16, {{0, 2}, {2, 4}, {4, 6}, {6, 8}, {8, 10}, {10, 12}, {12, 14}, {14, 16},
+                {16, 18}, {18, 20}, {20, 22}, {22, 24}, {24, 26}, {26, 28}, {28, 30}, {30, 33}}},
+  };
+  for (const auto& row : table)
+    EXPECT_EQ(PlanOf(row.rows, row.processors), row.want)
+        << row.rows << " rows on " << row.processors << " processors";
 }
 
 TEST(RowWorkersPlan, PartsCoverEveryRowOnceAndDifferByAtMostOne) {
@@ -60,20 +59,17 @@ TEST(RowWorkersPlan, PartsCoverEveryRowOnceAndDifferByAtMostOne) {
 }
 
 TEST(RowWorkersPlan, ProcessorCountIsClamped) {
-  EXPECT_EQ(RowWorkers::ClampProcessorCount(0), 1);
-  EXPECT_EQ(RowWorkers::ClampProcessorCount(-1), 1);
-  EXPECT_EQ(RowWorkers::ClampProcessorCount(7), 7);
-  EXPECT_EQ(RowWorkers::ClampProcessorCount(64), 16);
+  for (auto [reported, used] : {std::pair{0, 1}, {-1, 1}, {7, 7}, {16, 16}, {64, 16}})
+    EXPECT_EQ(RowWorkers::ClampProcessorCount(reported), used) << reported;
   const int count = RowWorkers::ProcessorCount();
   EXPECT_GE(count, 1);
   EXPECT_LE(count, 16);
-  EXPECT_EQ(RowWorkers::ProcessorCount(), count);
 }
 
 struct Recorder {
   std::mutex lock;
   std::vector<int> hits;  // per row
-  std::vector<std::pair<int, int>> calls;
+  Plan calls;
   std::vector<std::thread::id> threads;
   explicit Recorder(int rows) : hits(rows, 0) {}
   static void Callback(int first, int end, void* context) {
@@ -83,27 +79,27 @@ struct Recorder {
     self.threads.push_back(std::this_thread::get_id());
     for (int y = first; y < end; ++y) ++self.hits[y];
   }
+  bool EveryRowOnce() const {
+    return std::all_of(hits.begin(), hits.end(), [](int h) { return h == 1; });
+  }
+  std::thread::id ThreadOf(std::pair<int, int> part) const {
+    const auto at = std::find(calls.begin(), calls.end(), part);
+    return at == calls.end() ? std::thread::id() : threads[at - calls.begin()];
+  }
 };
 
-TEST(RowWorkersRun, EveryRowRunsOnceAndPartZeroOnTheCaller) {
-  for (int processors : {1, 2, 3, 16, 64}) {
-    Recorder rec(1000);
-    RowWorkers::RunAs(processors, 1000, &Recorder::Callback, &rec);
-    EXPECT_TRUE(std::all_of(rec.hits.begin(), rec.hits.end(), [](int h) { return h == 1; }));
-    EXPECT_EQ(rec.calls.size(), PlanOf(1000, processors).size());
-    // Part 0 always runs on the calling thread.
-    const auto part0 = std::find(rec.calls.begin(), rec.calls.end(), std::make_pair(0, PlanOf(1000, processors)[0].second));
-    ASSERT_NE(part0, rec.calls.end());
-    EXPECT_EQ(rec.threads[part0 - rec.calls.begin()], std::this_thread::get_id());
+TEST(RowWorkersRun, RunsThePlanWithEveryRowOnceAndPartZeroOnTheCaller) {
+  for (auto [rows, processors] : {std::pair{1000, 1}, {1000, 2}, {1000, 3}, {1000, 16},
+                                  {1000, 64}, {31, 16}}) {
+    Recorder rec(rows);
+    RowWorkers::RunAs(processors, rows, &Recorder::Callback, &rec);
+    EXPECT_TRUE(rec.EveryRowOnce()) << rows << " rows, " << processors;
+    Plan calls = rec.calls;
+    std::sort(calls.begin(), calls.end());
+    const Plan plan = PlanOf(rows, processors);
+    EXPECT_EQ(calls, plan) << rows << " rows, " << processors;
+    EXPECT_EQ(rec.ThreadOf(plan[0]), std::this_thread::get_id()) << rows << " rows, " << processors;
   }
-}
-
-TEST(RowWorkersRun, SmallJobsRunOnTheCallingThread) {
-  Recorder rec(31);
-  RowWorkers::RunAs(16, 31, &Recorder::Callback, &rec);
-  ASSERT_EQ(rec.calls.size(), 1u);
-  EXPECT_EQ(rec.calls[0], std::make_pair(0, 31));
-  EXPECT_EQ(rec.threads[0], std::this_thread::get_id());
 }
 
 TEST(RowWorkersRun, AFailedThreadRunsItsPartOnTheCallerAtOnce) {
@@ -111,15 +107,13 @@ TEST(RowWorkersRun, AFailedThreadRunsItsPartOnTheCallerAtOnce) {
   // Part 1 cannot get a thread: it must run on the caller before part 2 is
   // even started, and still every row runs once.
   RowWorkers::RunAs(3, 40, &Recorder::Callback, &rec, [](int part) { return part != 1; });
-  EXPECT_TRUE(std::all_of(rec.hits.begin(), rec.hits.end(), [](int h) { return h == 1; }));
+  EXPECT_TRUE(rec.EveryRowOnce());
   ASSERT_EQ(rec.calls.size(), 3u);
-  const auto p1 = std::find(rec.calls.begin(), rec.calls.end(), std::make_pair(13, 26));
-  ASSERT_NE(p1, rec.calls.end());
-  EXPECT_EQ(rec.threads[p1 - rec.calls.begin()], std::this_thread::get_id());
+  EXPECT_EQ(rec.ThreadOf({13, 26}), std::this_thread::get_id());
 
   Recorder none(40);
   RowWorkers::RunAs(3, 40, &Recorder::Callback, &none, [](int) { return false; });
-  EXPECT_EQ(none.calls, (std::vector<std::pair<int, int>>{{13, 26}, {26, 40}, {0, 13}}));
+  EXPECT_EQ(none.calls, (Plan{{13, 26}, {26, 40}, {0, 13}}));
   for (auto id : none.threads) EXPECT_EQ(id, std::this_thread::get_id());
 }
 

@@ -3,37 +3,27 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <fstream>
 
 #include "base/file_io.h"
 #include "base/system_paths.h"
+#include "file_bytes.h"
 #include "temp_dir.h"
 
 namespace tavora {
 namespace {
 
+using testing_support::FilesIn;
 using testing_support::TempDir;
-
-void WriteText(const std::filesystem::path& p, const std::string& text) {
-  std::ofstream(p, std::ios::binary) << text;
-}
+using testing_support::WriteBytes;
 
 std::string ReadText(const std::filesystem::path& p) { return ReadWholeFile(p).value_or("<none>"); }
 
-std::size_t FilesIn(const std::filesystem::path& folder) {
-  return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(folder), {}));
-}
-
 // A program folder that cannot be written to, and an application-data
-// folder inside the test's own folder.
-struct ReadOnlyProgramFolder {
-  static std::filesystem::path appData;
-  static SettingsStore::Places Places() {
-    return {[](const std::filesystem::path&) { return false; },
-            []() -> std::optional<std::filesystem::path> { return appData; }};
-  }
-};
-std::filesystem::path ReadOnlyProgramFolder::appData;
+// folder the test chooses.
+std::filesystem::path gAppData;
+std::optional<std::filesystem::path> TestAppData() { return gAppData; }
+const SettingsStore::Places kReadOnlyProgramFolder{[](const std::filesystem::path&) { return false; },
+                                                   &TestAppData};
 
 TEST(SettingsStoreLocation, WritableProgramFolderHoldsTheFileFromTheFirstSet) {
   TempDir dir;
@@ -50,31 +40,31 @@ TEST(SettingsStoreLocation, ReadOnlyProgramFolderCarriesItsFileToAppDataOnce) {
   TempDir dir;
   const auto program = dir / "program";
   std::filesystem::create_directories(program);
-  WriteText(program / "tavora.ini", "[View]\r\nTheme=1\r\n");
-  ReadOnlyProgramFolder::appData = dir / "roaming";
-  std::filesystem::create_directories(ReadOnlyProgramFolder::appData);
+  WriteBytes(program / "tavora.ini", "[View]\r\nTheme=1\r\n");
+  gAppData = dir / "roaming";
+  std::filesystem::create_directories(gAppData);
 
   SettingsStore store;
-  store.Open(program, ReadOnlyProgramFolder::Places());
+  store.Open(program, kReadOnlyProgramFolder);
   EXPECT_EQ(store.Path(), dir / "roaming" / "Tavora" / "tavora.ini");
   EXPECT_EQ(store.GetInt(u"View", u"Theme", 2), 1);
   store.SetInt(u"View", u"Theme", 0);
   EXPECT_EQ(ReadText(program / "tavora.ini"), "[View]\r\nTheme=1\r\n");  // untouched
 
   SettingsStore later;  // a later run never copies again
-  later.Open(program, ReadOnlyProgramFolder::Places());
+  later.Open(program, kReadOnlyProgramFolder);
   EXPECT_EQ(later.GetInt(u"View", u"Theme", 2), 0);
 }
 
 TEST(SettingsStoreLocation, LegacyFileIsCarriedForwardWhenThereIsNoOther) {
   TempDir dir;
-  WriteText(dir / "corvane.ini", "[Recent]\r\nr0=C:\\old.png\r\n");
+  WriteBytes(dir / "corvane.ini", "[Recent]\r\nr0=C:\\old.png\r\n");
   SettingsStore store;
   store.Open(dir.path());
   EXPECT_EQ(store.GetString(u"Recent", u"r0"), u"C:\\old.png");
   EXPECT_EQ(ReadText(dir / "tavora.ini"), "[Recent]\r\nr0=C:\\old.png\r\n");
   // An existing tavora.ini is never overwritten by the legacy file.
-  WriteText(dir / "tavora.ini", "[Recent]\r\nr0=C:\\new.png\r\n");
+  WriteBytes(dir / "tavora.ini", "[Recent]\r\nr0=C:\\new.png\r\n");
   SettingsStore again;
   again.Open(dir.path());
   EXPECT_EQ(again.GetString(u"Recent", u"r0"), u"C:\\new.png");
@@ -97,12 +87,11 @@ TEST(SettingsStoreLocation, TheRealProbeAndAppDataFolder) {
   EXPECT_TRUE(FolderIsWritable(dir.path()));
   EXPECT_EQ(FilesIn(dir.path()), 0u);
   EXPECT_FALSE(FolderIsWritable(dir / "no-such-folder"));
-  WriteText(dir / "a-file", "x");
+  WriteBytes(dir / "a-file", "x");
   EXPECT_FALSE(FolderIsWritable(dir / "a-file"));  // a file is no folder to write in
   const auto appData = RoamingAppDataFolder();
   ASSERT_TRUE(appData.has_value());
   EXPECT_FALSE(appData->empty());
-  EXPECT_FALSE(ProgramFolder().empty());
   EXPECT_TRUE(std::filesystem::is_directory(ProgramFolder()));
 }
 
@@ -126,12 +115,9 @@ TEST(SettingsStoreLocation, ARealReadOnlyProgramFolderSendsTheFileToAppData) {
     GTEST_SKIP() << "this system could not make a read-only folder";
   EXPECT_FALSE(FolderIsWritable(*program));
   TempDir dir;
-  ReadOnlyProgramFolder::appData = dir / "roaming";
+  gAppData = dir / "roaming";
   SettingsStore store;
-  // The real probe, with the application-data folder kept inside the test.
-  store.Open(*program, {&FolderIsWritable, []() -> std::optional<std::filesystem::path> {
-                          return ReadOnlyProgramFolder::appData;
-                        }});
+  store.Open(*program, {&FolderIsWritable, &TestAppData});  // the real probe
   EXPECT_EQ(store.Path(), dir / "roaming" / "Tavora" / "tavora.ini");
   EXPECT_EQ(store.GetInt(u"View", u"Theme", 2), 1);  // carried forward
   store.SetInt(u"View", u"Grid", 1);
@@ -141,21 +127,24 @@ TEST(SettingsStoreLocation, ARealReadOnlyProgramFolderSendsTheFileToAppData) {
 
 TEST(SettingsStoreValues, TypedValuesReadAsTheSystemReadsThem) {
   TempDir dir;
-  WriteText(dir / "tavora.ini",
-            "[Tool Brush]\r\nsize= 42px\r\nneg=-17\r\nword=abc\r\nhuge=99999999999\r\n"
-            "name=Caf\xC3\xA9 au lait\r\n");
+  WriteBytes(dir / "tavora.ini",
+             "[Tool Brush]\r\nsize= 42px\r\nneg=-17\r\nword=abc\r\nhuge=99999999999\r\n"
+             "name=Caf\xC3\xA9 au lait\r\n");
   SettingsStore store;
   store.Open(dir.path());
-  EXPECT_EQ(store.GetInt(u"tool brush", u"SIZE", 1), 42);
-  EXPECT_EQ(store.GetInt(u"Tool Brush", u"neg", 1), -17);
-  EXPECT_EQ(store.GetInt(u"Tool Brush", u"word", 1), 0);  // present but no digits
-  EXPECT_EQ(store.GetInt(u"Tool Brush", u"huge", 1), INT32_MAX);
-  EXPECT_EQ(store.GetInt(u"Tool Brush", u"missing", 9), 9);
+  const struct {
+    std::u16string_view key;
+    int32_t want;
+  } ints[] = {{u"SIZE", 42}, {u"neg", -17}, {u"word", 0} /* present but no digits */,
+              {u"huge", INT32_MAX}, {u"missing", 9}};
+  for (const auto& row : ints)
+    EXPECT_EQ(store.GetInt(u"tool brush", row.key, 9), row.want)
+        << std::string(row.key.begin(), row.key.end());
   EXPECT_EQ(store.GetString(u"Tool Brush", u"name"), u"Caf\u00E9 au lait");
   EXPECT_EQ(store.GetString(u"Tool Brush", u"name", u"", 4), u"Caf\u00E9");
   EXPECT_EQ(store.GetString(u"Tool Brush", u"none", u"dflt"), u"dflt");
-  store.SetInt(u"Tool Brush", u"neg", -2147483647 - 1);
-  EXPECT_EQ(store.GetInt(u"Tool Brush", u"neg", 0), -2147483647 - 1);
+  store.SetInt(u"Tool Brush", u"neg", INT32_MIN);
+  EXPECT_EQ(store.GetInt(u"Tool Brush", u"neg", 0), INT32_MIN);
   store.SetString(u"Paths", u"LastDir", u"D:\\\u4E2D");
   EXPECT_EQ(store.GetString(u"paths", u"lastdir"), u"D:\\\u4E2D");
 
@@ -186,34 +175,36 @@ TEST(SettingsStoreValues, AFailedWriteLeavesTheFileAsItWas) {
   EXPECT_EQ(FilesIn(dir.path()), 1u);
 }
 
-TEST(SettingsStoreReset, ClearSectionsAndResetKeepExactlyWhatTheyMust) {
+TEST(SettingsStoreReset, ResetAllAndClearSectionsKeepExactlyWhatTheyMust) {
   TempDir dir;
-  WriteText(dir / "tavora.ini",
-            "[Recent]\r\nr0=a.png\r\n[paths]\r\nLastDir=C:\\\r\n[Window]\r\nX=5\r\nMax=1\r\n"
-            "[View]\r\nTheme=1\r\nGrid=1\r\nSmooth=0\r\nStartBrowse=0\r\n"
-            "[Browse]\r\nShowHidden=0\r\nSort=2\r\n[External]\r\nPhotoshop=C:\\ps.exe\r\n"
-            "[Tool Brush]\r\nsize=99\r\n[Dlg Gaussian Blur]\r\nc0=7\r\n[History]\r\nPanel=0\r\n");
+  WriteBytes(dir / "tavora.ini",
+             "[Recent]\r\nr0=a.png\r\n[paths]\r\nLastDir=C:\\\r\n[Window]\r\nX=5\r\nMax=1\r\n"
+             "[View]\r\nTheme=1\r\nGrid=1\r\nSmooth=0\r\nStartBrowse=0\r\nRuler=1\r\n"
+             "[Browse]\r\nShowHidden=0\r\nSort=2\r\n[External]\r\nPhotoshop=C:\\ps.exe\r\n"
+             "[Tool Brush]\r\nsize=99\r\n[Dlg Gaussian Blur]\r\nc0=7\r\n[History]\r\nPanel=0\r\n");
   SettingsStore store;
   store.Open(dir.path());
   store.ResetAll();
-  EXPECT_EQ(store.GetString(u"Recent", u"r0"), u"a.png");
-  EXPECT_EQ(store.GetString(u"Paths", u"LastDir"), u"C:\\");
-  EXPECT_EQ(store.GetInt(u"Window", u"X", 0), 5);
-  EXPECT_EQ(store.GetInt(u"Window", u"Max", 0), 1);
-  // The Settings window's own values survive; their neighbours do not.
-  EXPECT_EQ(store.GetInt(u"View", u"Grid", 0), 1);
-  EXPECT_EQ(store.GetInt(u"View", u"StartBrowse", 1), 0);
-  EXPECT_EQ(store.GetInt(u"Browse", u"ShowHidden", 1), 0);
-  EXPECT_EQ(store.GetInt(u"Browse", u"Sort", -1), -1);
-  EXPECT_EQ(store.GetString(u"External", u"Photoshop"), u"C:\\ps.exe");
-  EXPECT_EQ(store.GetString(u"External", u"Upscayl", u"absent"), u"absent");  // absent stays absent
-  EXPECT_EQ(store.GetInt(u"View", u"Ruler", -1), -1);
-  EXPECT_EQ(store.GetInt(u"Tool Brush", u"size", -1), -1);
-  EXPECT_EQ(store.GetInt(u"Dlg Gaussian Blur", u"c0", -1), -1);
-  // First-launch view values.
-  EXPECT_EQ(store.GetInt(u"View", u"Theme", -1), 2);
-  EXPECT_EQ(store.GetInt(u"View", u"Smooth", -1), 1);
-  EXPECT_EQ(store.GetInt(u"History", u"Panel", -1), 1);
+  const struct {
+    std::u16string_view section, key, want;
+  } table[] = {
+      // Kept sections.
+      {u"Recent", u"r0", u"a.png"}, {u"Paths", u"LastDir", u"C:\\"},
+      {u"Window", u"X", u"5"}, {u"Window", u"Max", u"1"},
+      // The Settings window's own values survive; their neighbours do not.
+      {u"View", u"Grid", u"1"}, {u"View", u"StartBrowse", u"0"},
+      {u"Browse", u"ShowHidden", u"0"}, {u"External", u"Photoshop", u"C:\\ps.exe"},
+      {u"View", u"Ruler", u"1"},
+      {u"Browse", u"Sort", u"-"}, {u"Tool Brush", u"size", u"-"},
+      {u"Dlg Gaussian Blur", u"c0", u"-"},
+      {u"External", u"Upscayl", u"-"},  // absent stays absent
+      // First-launch view values.
+      {u"View", u"Theme", u"2"}, {u"View", u"Smooth", u"1"}, {u"History", u"Panel", u"1"},
+  };
+  for (const auto& row : table)
+    EXPECT_EQ(store.GetString(row.section, row.key, u"-"), row.want)
+        << std::string(row.section.begin(), row.section.end()) << "/"
+        << std::string(row.key.begin(), row.key.end());
 
   store.ClearSections({u"WINDOW"});
   EXPECT_EQ(store.GetInt(u"Window", u"X", 0), 5);

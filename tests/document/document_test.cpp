@@ -2,79 +2,72 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+
 #include "document/size_limits.h"
 
 namespace tavora {
 namespace {
 
-std::unique_ptr<Document> MakeDoc(int w = 8, int h = 6, uint32_t fill = 0xFFFFFFFF) {
-  return CreateDocument(w, h, 96, fill, 0);
+// A document whose layers above the Background carry the names given.
+std::unique_ptr<Document> DocWith(std::initializer_list<std::u16string_view> names) {
+  auto doc = CreateDocument(8, 6, 96, 0xFFFFFFFF, 0);
+  for (auto name : names) doc->layers.emplace_back(8, 6, name);
+  return doc;
 }
 
-void AddLayer(Document& doc, std::u16string_view name) {
-  doc.layers.emplace_back(doc.width, doc.height, name);
-}
-
-TEST(DocumentCreation, BackgroundLayerAndDefaults) {
+TEST(DocumentCreation, BackgroundLayerAndDefaultsForMissingValues) {
   auto doc = CreateDocument(5, 4, 0, 0xFF102030, -7);
-  EXPECT_EQ(doc->width, 5);
-  EXPECT_EQ(doc->height, 4);
   EXPECT_EQ(doc->dpi, 72);
   EXPECT_EQ(doc->colorCount, 16777216);
   ASSERT_EQ(doc->LayerCount(), 1);
   EXPECT_EQ(doc->active, 0);
   const Layer& bg = doc->layers[0];
   EXPECT_EQ(bg.Name(), u"Background");
-  EXPECT_TRUE(bg.opaqueBackground);
-  EXPECT_TRUE(bg.visible);
-  EXPECT_EQ(bg.opacity, 255);
-  EXPECT_EQ(bg.blendMode, 0);
+  EXPECT_EQ(bg.Width(), 5);
+  EXPECT_EQ(bg.Height(), 4);
   for (int y = 0; y < 4; ++y)
     for (int x = 0; x < 5; ++x) ASSERT_EQ(bg.pixels.At(x, y), 0xFF102030u);
   EXPECT_FALSE(doc->selection.has_value());
   EXPECT_EQ(doc->compositeDirty, (Rect{0, 0, 5, 4}));
-  EXPECT_EQ(doc->zoom, 1.0);
-  EXPECT_EQ(doc->fitMode, 1);
   EXPECT_FALSE(doc->modified);
 
   auto kept = CreateDocument(3, 3, 300, 0x00FFFFFF, 256);
   EXPECT_EQ(kept->dpi, 300);
   EXPECT_EQ(kept->colorCount, 256);
-}
-
-TEST(DocumentCreation, TranslucentFillsKeepTheirAlphaAndNoOpaqueFlag) {
-  auto clear = MakeDoc(3, 3, 0x00FFFFFF);
-  EXPECT_FALSE(clear->layers[0].opaqueBackground);
-  EXPECT_EQ(clear->layers[0].pixels.At(2, 2), 0x00FFFFFFu);
-  auto almost = MakeDoc(3, 3, 0xFE000000);
-  EXPECT_FALSE(almost->layers[0].opaqueBackground);
+  // Only a fully opaque fill makes an opaque Background; others keep their alpha.
+  for (auto [fill, opaque] : {std::pair{0xFF102030u, true}, {0x00FFFFFFu, false}, {0xFE000000u, false}}) {
+    auto d = CreateDocument(3, 3, 72, fill, 0);
+    EXPECT_EQ(d->layers[0].opaqueBackground, opaque) << std::hex << fill;
+    EXPECT_EQ(d->layers[0].pixels.At(2, 2), fill) << std::hex << fill;
+  }
 }
 
 TEST(DocumentTitles, UntitledNumbersRiseAndAreNeverReused) {
-  auto first = MakeDoc();
+  auto first = DocWith({});
   const int n = first->untitledNumber;
   EXPECT_GE(n, 1);
   const std::string digits = std::to_string(n);
   EXPECT_EQ(first->title, u"Untitled-" + std::u16string(digits.begin(), digits.end()));
   first.reset();  // closing the first does not free its number
-  auto second = MakeDoc();
-  EXPECT_EQ(second->untitledNumber, n + 1);
+  EXPECT_EQ(DocWith({})->untitledNumber, n + 1);
 }
 
-TEST(DocumentTitles, FileNameAfterEitherSeparator) {
-  auto doc = MakeDoc();
-  doc->path = u"C:\\pictures\\holiday/beach.png";
-  SetTitle(*doc);
-  EXPECT_EQ(doc->title, u"beach.png");
-  doc->path = u"/tmp/a\\b.tvl";
-  SetTitle(*doc);
-  EXPECT_EQ(doc->title, u"b.tvl");
-  doc->path = u"plain.jpg";
-  SetTitle(*doc);
-  EXPECT_EQ(doc->title, u"plain.jpg");
-  doc->path = u"C:\\" + std::u16string(120, u'x') + u".png";
-  SetTitle(*doc);
-  EXPECT_EQ(doc->title.size(), 95u);
+TEST(DocumentTitles, FileNameAfterEitherSeparatorCutTo95) {
+  auto doc = DocWith({});
+  const struct {
+    std::u16string path, want;
+  } table[] = {
+      {u"C:\\pictures\\holiday/beach.png", u"beach.png"},
+      {u"/tmp/a\\b.tvl", u"b.tvl"},
+      {u"plain.jpg", u"plain.jpg"},
+      {u"C:\\" + std::u16string(120, u'x') + u".png", std::u16string(95, u'x')},
+  };
+  for (const auto& row : table) {
+    doc->path = row.path;
+    SetTitle(*doc);
+    EXPECT_EQ(doc->title, row.want) << std::string(row.path.begin(), row.path.end());
+  }
   doc->path.clear();
   doc->untitledNumber = 0;
   SetTitle(*doc);
@@ -82,52 +75,46 @@ TEST(DocumentTitles, FileNameAfterEitherSeparator) {
 }
 
 TEST(ActiveLayerIndex, IsClampedAndStoredBack) {
-  auto doc = MakeDoc();
-  AddLayer(*doc, u"A");
-  AddLayer(*doc, u"B");
-  doc->active = -1;
-  EXPECT_EQ(ActiveLayer(doc.get()), &doc->layers[0]);
-  EXPECT_EQ(doc->active, 0);
-  doc->active = 7;
-  EXPECT_EQ(ActiveLayer(doc.get()), &doc->layers[2]);
-  EXPECT_EQ(doc->active, 2);
+  auto doc = DocWith({u"A", u"B"});
+  for (auto [stored, clamped] : {std::pair{-1, 0}, {7, 2}, {1, 1}}) {
+    doc->active = stored;
+    EXPECT_EQ(ActiveLayer(doc.get()), &doc->layers[clamped]) << stored;
+    EXPECT_EQ(doc->active, clamped) << stored;
+  }
   EXPECT_EQ(ActiveLayer(nullptr), nullptr);
   doc->layers.clear();
   EXPECT_EQ(ActiveLayer(doc.get()), nullptr);
 }
 
-TEST(LayerNames, NewLayerSkipsTakenNumbers) {
-  auto doc = MakeDoc();
-  AddLayer(*doc, u"Layer 3");
-  EXPECT_EQ(NewLayerName(*doc), u"Layer 4");
-  auto fresh = MakeDoc();
-  EXPECT_EQ(NewLayerName(*fresh), u"Layer 2");
-}
-
-TEST(LayerNames, UniqueNamesCountFromTwoAndHonourTheIgnoredLayer) {
-  auto doc = MakeDoc();
-  AddLayer(*doc, u"Sky");
-  EXPECT_EQ(UniqueLayerName(*doc, -1, u"Sky"), u"Sky 2");
-  EXPECT_EQ(UniqueLayerName(*doc, 1, u"Sky"), u"Sky");  // renaming a layer to its own name
-  EXPECT_EQ(UniqueLayerName(*doc, -1, u"sky"), u"sky");  // case matters
-  AddLayer(*doc, u"Sky 2");
-  EXPECT_EQ(UniqueLayerName(*doc, -1, u"Sky"), u"Sky 3");
-  // The base is cut to 55 characters before numbering.
+TEST(LayerNames, NewUniqueAndDuplicateNamesFollowTheNamingRules) {
   const std::u16string longName(60, u'n');
-  EXPECT_EQ(UniqueLayerName(*doc, -1, longName), std::u16string(55, u'n'));
-}
-
-TEST(LayerNames, DuplicateDropsAnExistingCopySuffix) {
-  auto doc = MakeDoc();
-  AddLayer(*doc, u"Layer 1");
-  EXPECT_EQ(DuplicateLayerName(*doc, u"Layer 1"), u"Layer 1 copy");
-  AddLayer(*doc, u"Layer 1 copy");
-  EXPECT_EQ(DuplicateLayerName(*doc, u"Layer 1 copy"), u"Layer 1 copy 2");
-  AddLayer(*doc, u"A copy");
-  EXPECT_EQ(DuplicateLayerName(*doc, u"A copy"), u"A copy 2");
-  // " copy" alone is longer than 4 characters, so its suffix goes too.
-  EXPECT_EQ(DuplicateLayerName(*doc, u" copy"), u" copy");
-  EXPECT_EQ(DuplicateLayerName(*doc, std::u16string(70, u'z')), std::u16string(50, u'z') + u" copy");
+  const struct {
+    const char* what;
+    std::u16string got, want;
+  } table[] = {
+      {"new: after the Background", NewLayerName(*DocWith({})), u"Layer 2"},
+      {"new: skips taken numbers", NewLayerName(*DocWith({u"Layer 3"})), u"Layer 4"},
+      {"unique: counts from two", UniqueLayerName(*DocWith({u"Sky"}), -1, u"Sky"), u"Sky 2"},
+      {"unique: renaming a layer to its own name",
+       UniqueLayerName(*DocWith({u"Sky"}), 1, u"Sky"), u"Sky"},
+      {"unique: case matters", UniqueLayerName(*DocWith({u"Sky"}), -1, u"sky"), u"sky"},
+      {"unique: next free number", UniqueLayerName(*DocWith({u"Sky", u"Sky 2"}), -1, u"Sky"),
+       u"Sky 3"},
+      {"unique: base cut to 55 before numbering", UniqueLayerName(*DocWith({}), -1, longName),
+       std::u16string(55, u'n')},
+      {"duplicate", DuplicateLayerName(*DocWith({u"Layer 1"}), u"Layer 1"), u"Layer 1 copy"},
+      {"duplicate of a copy",
+       DuplicateLayerName(*DocWith({u"Layer 1", u"Layer 1 copy"}), u"Layer 1 copy"),
+       u"Layer 1 copy 2"},
+      {"duplicate drops an existing copy suffix",
+       DuplicateLayerName(*DocWith({u"A copy"}), u"A copy"), u"A copy 2"},
+      // " copy" alone loses its suffix like any other name, and gets it back.
+      {"duplicate of the bare suffix", DuplicateLayerName(*DocWith({}), u" copy"), u" copy"},
+      {"duplicate: base cut to 50", DuplicateLayerName(*DocWith({}), std::u16string(70, u'z')),
+       std::u16string(50, u'z') + u" copy"},
+  };
+  for (const auto& row : table)
+    EXPECT_EQ(row.got, row.want) << row.what;
 }
 
 TEST(LayerNames, NamesAreCutWithoutSplittingSurrogates) {
@@ -139,27 +126,38 @@ TEST(LayerNames, NamesAreCutWithoutSplittingSurrogates) {
   EXPECT_EQ(layer.Name(), std::u16string(62, u'b'));
 }
 
-TEST(SizeLimits, SidesAndPixelCount) {
-  EXPECT_TRUE(CheckCanvasSize(30000, 8333).ok);
-  const SizeCheck over = CheckCanvasSize(30000, 8334);
-  EXPECT_FALSE(over.ok);
-  EXPECT_EQ(over.message, u"Size must be between 1 and 30000 pixels per side (max 250 megapixels).");
-  EXPECT_FALSE(CheckCanvasSize(0, 10).ok);
-  EXPECT_FALSE(CheckCanvasSize(10, 30001).ok);
-  EXPECT_FALSE(CheckCanvasSize(-5, 10).ok);
-  EXPECT_FALSE(CheckCanvasSize(0.0 / 0.0, 10).ok);
-  // Entered values are rounded first: 0.5 becomes 1 and 30000.4 becomes 30000.
+TEST(SizeLimits, SidesAndPixelCountAfterRounding) {
+  const std::u16string_view standard =
+      u"Size must be between 1 and 30000 pixels per side (max 250 megapixels).";
+  const struct {
+    double width, height;
+    SizeRule rule;
+    bool ok;
+    std::u16string_view message;
+  } table[] = {
+      {30000, 8333, SizeRule::Standard, true, u""},
+      {30000, 8334, SizeRule::Standard, false, standard},
+      {0, 10, SizeRule::Standard, false, standard},
+      {10, 30001, SizeRule::Standard, false, standard},
+      {-5, 10, SizeRule::Standard, false, standard},
+      {NAN, 10, SizeRule::Standard, false, standard},
+      {0.5, 30000.4, SizeRule::Standard, true, u""},  // rounded to 1 x 30000
+      {0.4, 10, SizeRule::Standard, false, standard},
+      {10, 0.4, SizeRule::Standard, false, standard},
+      {0, 1, SizeRule::NewImage, false,
+       u"Width and height must be between 1 and 30000 pixels (max 250 megapixels)."},
+      {15000, 10000, SizeRule::Strict, true, u""},
+      {15000, 10001, SizeRule::Strict, false, u"Size must be between 1 and 30000 pixels per side."},
+  };
+  for (const auto& row : table) {
+    const SizeCheck check = CheckCanvasSize(row.width, row.height, row.rule);
+    EXPECT_EQ(check.ok, row.ok) << row.width << " x " << row.height;
+    EXPECT_EQ(check.message, row.message) << row.width << " x " << row.height;
+  }
   const SizeCheck rounded = CheckCanvasSize(0.5, 30000.4);
-  EXPECT_TRUE(rounded.ok);
   EXPECT_EQ(rounded.width, 1);
   EXPECT_EQ(rounded.height, 30000);
-  EXPECT_FALSE(CheckCanvasSize(0.4, 10).ok);
-  EXPECT_EQ(CheckCanvasSize(0, 1, SizeRule::NewImage).message,
-            u"Width and height must be between 1 and 30000 pixels (max 250 megapixels).");
-  EXPECT_FALSE(CheckCanvasSize(15000, 10001, SizeRule::Strict).ok);
-  EXPECT_TRUE(CheckCanvasSize(15000, 10000, SizeRule::Strict).ok);
-  EXPECT_EQ(CheckCanvasSize(15000, 10001, SizeRule::Strict).message,
-            u"Size must be between 1 and 30000 pixels per side.");
+  // Readers' whole-pixel sizes.
   EXPECT_TRUE(CanvasSizeAllowed(30000, 8333));
   EXPECT_FALSE(CanvasSizeAllowed(30000, 8334));
   EXPECT_FALSE(CanvasSizeAllowed(int64_t{1} << 40, 1));

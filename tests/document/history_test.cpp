@@ -2,11 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <random>
 
 #include "document/composite.h"
 #include "document/document_events.h"
+#include "pixels.h"
 
 namespace tavora {
 namespace {
@@ -22,9 +22,13 @@ void Scribble(Surface& s, uint32_t seed) {
   for (std::size_t i = 0; i < s.PixelCount(); ++i) s.Data()[i] = rng();
 }
 
-bool SamePixels(const Surface& a, const Surface& b) {
-  return a.Width() == b.Width() && a.Height() == b.Height() &&
-         std::memcmp(a.Data(), b.Data(), a.PixelCount() * 4) == 0;
+using testing_support::SamePixels;
+
+// One whole stroke on a layer that saved the tiles under `areas`.
+void Stroke(Document& doc, int32_t layer, std::initializer_list<Rect> areas) {
+  BeginTiles(doc, layer, u"Brush");
+  for (const Rect& r : areas) SaveTiles(doc, r);
+  CommitTiles(doc);
 }
 
 uint64_t SumOfCosts(const Document& doc) {
@@ -139,9 +143,7 @@ TEST(HistoryTiles, StrokesSaveOnlyTouchedTilesOnce) {
 
 TEST(HistoryTiles, AStrokeThatSavedNothingLeavesNoState) {
   auto doc = Doc();
-  BeginTiles(*doc, 1, u"Brush");
-  SaveTiles(*doc, {200, 200, 300, 300});  // entirely off the layer
-  CommitTiles(*doc);
+  Stroke(*doc, 1, {{200, 200, 300, 300}});  // entirely off the layer
   EXPECT_TRUE(doc->history.states.empty());
   EXPECT_FALSE(doc->modified);
   BeginTiles(*doc, 7, u"Brush");  // no such layer: no record at all
@@ -171,19 +173,7 @@ TEST(HistoryTiles, EdgeTilesExchangeOnlyTheirPartAndTwiceRestoresBoth) {
   EXPECT_TRUE(SamePixels(pixels, before));
 }
 
-TEST(HistoryTiles, ALayerThatGrewDuringAStrokeStaysWithinTheGrid) {
-  auto doc = Doc(70, 70);  // a 2 x 2 grid
-  BeginTiles(*doc, 1, u"Brush");
-  doc->layers[1] = Layer(300, 300, u"grown");
-  SaveTiles(*doc, {0, 0, 300, 300});
-  EXPECT_EQ(doc->pendingStroke->order, (std::vector<int32_t>{0, 1, 2, 3}));
-  EXPECT_EQ(PixelBeforeStroke(*doc, 250, 250), 0u);
-  doc->layers.clear();
-  doc->pendingStroke.reset();
-  EXPECT_EQ(PixelBeforeStroke(*doc, 0, 0), 0u);  // no layers at all
-}
-
-TEST(HistoryTiles, PixelsBeforeTheStrokeComeFromSavedTilesOnly) {
+TEST(HistoryTiles, PixelsBeforeTheStrokeComeFromSavedTilesWithinTheGrid) {
   auto doc = Doc();
   doc->layers[1].pixels.Fill(0x11111111);
   BeginTiles(*doc, 1, u"Smudge");
@@ -191,6 +181,16 @@ TEST(HistoryTiles, PixelsBeforeTheStrokeComeFromSavedTilesOnly) {
   doc->layers[1].pixels.Fill(0x22222222);
   EXPECT_EQ(PixelBeforeStroke(*doc, 63, 63), 0x11111111u);  // saved tile
   EXPECT_EQ(PixelBeforeStroke(*doc, 64, 0), 0x22222222u);   // not saved: current
+
+  auto grown = Doc(70, 70);  // a 2 x 2 grid
+  BeginTiles(*grown, 1, u"Brush");
+  grown->layers[1] = Layer(300, 300, u"grown");
+  SaveTiles(*grown, {0, 0, 300, 300});
+  EXPECT_EQ(grown->pendingStroke->order, (std::vector<int32_t>{0, 1, 2, 3}));
+  EXPECT_EQ(PixelBeforeStroke(*grown, 250, 250), 0u);
+  grown->layers.clear();
+  grown->pendingStroke.reset();
+  EXPECT_EQ(PixelBeforeStroke(*grown, 0, 0), 0u);  // no layers at all
 }
 
 TEST(HistoryTiles, SelectionIsSavedOnceAndRestoredWithTheTiles) {
@@ -294,9 +294,7 @@ TEST(HistoryExchange, OneLayerAndSelectionStatesSwapBackAndForth) {
 TEST(HistoryExchange, StatesOfLayersThatNoLongerExistAreSkipped) {
   auto doc = Doc();
   PushLayer(*doc, 1, u"Layer");
-  BeginTiles(*doc, 1, u"Brush");
-  SaveTiles(*doc, {0, 0, 10, 10});
-  CommitTiles(*doc);
+  Stroke(*doc, 1, {{0, 0, 10, 10}});
   doc->layers.pop_back();
   EXPECT_TRUE(Undo(*doc));
   EXPECT_TRUE(Undo(*doc));

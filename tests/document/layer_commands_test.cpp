@@ -2,15 +2,15 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
-
 #include "document/composite.h"
 #include "document/history.h"
+#include "pixels.h"
 
 namespace tavora {
 namespace {
 
-uint32_t Px(uint32_t a, uint32_t r, uint32_t g, uint32_t b) { return a << 24 | r << 16 | g << 8 | b; }
+using testing_support::Px;
+using testing_support::SamePixels;
 
 TEST(LayerCommands, NewAndDuplicateGoAboveTheActiveLayer) {
   auto doc = CreateDocument(4, 4, 72, 0xFFFFFFFF, 0);
@@ -72,9 +72,9 @@ TEST(LayerCommands, MergeDownKeepsWhatTheCanvasShowed) {
   ASSERT_EQ(doc->LayerCount(), 1);
   EXPECT_EQ(doc->active, 0);
   EXPECT_EQ(doc->layers[0].Name(), u"Background");
-  EXPECT_EQ(std::memcmp(doc->layers[0].pixels.Data(), before.Data(), before.PixelCount() * 4), 0);
+  EXPECT_TRUE(SamePixels(doc->layers[0].pixels, before));
   Composite(*doc);
-  EXPECT_EQ(std::memcmp(CompositeSource(*doc).Data(), before.Data(), before.PixelCount() * 4), 0);
+  EXPECT_TRUE(SamePixels(CompositeSource(*doc), before));
   EXPECT_EQ(UndoLabel(*doc), u"Merge Down");
 
   MergeDownCommand(*doc);  // the bottom layer: nothing, but a step all the same

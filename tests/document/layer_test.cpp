@@ -2,18 +2,21 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 namespace tavora {
 namespace {
 
+bool AllZero(const Surface& s) { return std::all_of(s.Data(), s.Data() + s.PixelCount(), [](uint32_t p) { return p == 0; }); }
+
 TEST(SurfaceBuffers, StartTransparentAndCopyDeeply) {
   Surface s(3, 2);
-  for (std::size_t i = 0; i < s.PixelCount(); ++i) ASSERT_EQ(s.Data()[i], 0u);
+  EXPECT_TRUE(AllZero(s));
   s.Fill(0x80112233);
   for (std::size_t i = 0; i < s.PixelCount(); ++i) ASSERT_EQ(s.Data()[i], 0x80112233u);
   Surface copy = s;
   copy.At(0, 0) = 1;
   EXPECT_EQ(s.At(0, 0), 0x80112233u);
-  EXPECT_NE(copy.Data(), s.Data());
   Surface odd(5, 1);  // fill writes pairs: the last odd pixel must not be missed
   odd.Fill(7);
   EXPECT_EQ(odd.At(4, 0), 7u);
@@ -35,42 +38,10 @@ TEST(SurfaceBuffers, StartTransparentAndCopyDeeply) {
   EXPECT_EQ(maskCopy.At(1, 2), 255);
 }
 
-TEST(LayerDefaults, EveryFieldAndEffectGroup) {
-  Layer l(4, 3, u"L");
-  EXPECT_EQ(l.Width(), 4);
-  EXPECT_EQ(l.Height(), 3);
-  EXPECT_TRUE(l.visible);
-  EXPECT_FALSE(l.effectsHidden);
-  EXPECT_EQ(l.opacity, 255);
-  EXPECT_EQ(l.blendMode, 0);
-  EXPECT_FALSE(l.opaqueBackground);
-  EXPECT_EQ(l.effectsDirty, (Rect{0, 0, 4, 3}));
-  EXPECT_FALSE(l.extended || l.styled || l.under || l.over || l.text);
-  const LayerEffects& e = l.effects;
-  EXPECT_EQ(e.dropShadow.offsetX, 6);
-  EXPECT_EQ(e.dropShadow.offsetY, 6);
-  EXPECT_EQ(e.dropShadow.size, 8);
-  EXPECT_EQ(e.dropShadow.opacity, 60);
-  EXPECT_EQ(e.outerGlow.color, 0xFFD84Au);
-  EXPECT_EQ(e.innerGlow.color, 0xFFFFFFu);
-  EXPECT_EQ(e.innerGlow.size, 12);
-  EXPECT_EQ(e.innerGlow.option, 0);
-  EXPECT_EQ(e.outerGlow.opacity, 80);
-  EXPECT_EQ(e.bevel.angle, 135);
-  EXPECT_EQ(e.colorOverlay.color, 0xFF3366u);
-  EXPECT_EQ(e.gradientOverlay.color1, 0xFF8800u);
-  EXPECT_EQ(e.gradientOverlay.color2, 0x3355FFu);
-  EXPECT_EQ(e.gradientOverlay.angle, 90);
-  EXPECT_EQ(e.stroke.thickness, 3);
-  EXPECT_EQ(e.bloom.color, 0x2F7CFFu);
-  EXPECT_EQ(e.bloom.spread, 30);
-  EXPECT_EQ(e.bloom.core, 70);
-  EXPECT_FALSE(AnyEffectOn(l));
-  EXPECT_EQ(EffectMargin(l), 0);
-}
-
 TEST(LayerCopy, DeepExceptCachesWhichAreRenderedAfresh) {
   Layer l(4, 4, u"Src");
+  EXPECT_EQ(l.effectsDirty, (Rect{0, 0, 4, 4}));  // a new layer's effects are all to draw
+  EXPECT_FALSE(l.extended || l.styled || l.under || l.over || l.text);
   l.pixels.Fill(0xFF00FF00);
   l.extended = std::make_unique<ExtendedContent>();
   l.extended->x = -2;
@@ -88,12 +59,11 @@ TEST(LayerCopy, DeepExceptCachesWhichAreRenderedAfresh) {
   Layer c(l);
   EXPECT_EQ(c.Name(), u"Src");
   EXPECT_EQ(c.opacity, 77);
-  EXPECT_EQ(c.blendMode, l.blendMode);
+  EXPECT_EQ(c.blendMode, 1);
   EXPECT_TRUE(c.effects.stroke.on);
   EXPECT_NE(c.pixels.Data(), l.pixels.Data());
   EXPECT_EQ(c.pixels.At(3, 3), 0xFF00FF00u);
   ASSERT_TRUE(c.extended);
-  EXPECT_NE(c.extended.get(), l.extended.get());
   EXPECT_NE(c.extended->pixels.Data(), l.extended->pixels.Data());
   EXPECT_EQ(c.extended->x, -2);
   ASSERT_TRUE(c.text);
@@ -119,17 +89,14 @@ TEST(ExtendedContent, OffCanvasPixelsAreKeptAndReturn) {
   EXPECT_EQ(l.pixels.At(1, 3), 0xFF000003u);
   EXPECT_EQ(l.pixels.At(2, 3), 0u);
   EXPECT_EQ(l.pixels.At(0, 0), 0u);
-
   EXPECT_TRUE(l.rebuildEffects);  // new content: effects are drawn afresh
 
-  l.extended->x = 2147483647;  // far off: the arithmetic must not wrap
-  l.RebuildFromExtended();
-  for (std::size_t i = 0; i < l.pixels.PixelCount(); ++i) ASSERT_EQ(l.pixels.Data()[i], 0u);
-
-  l.extended->x = 10;  // fully off: nothing shows
-  l.RebuildFromExtended();
-  for (std::size_t i = 0; i < l.pixels.PixelCount(); ++i) ASSERT_EQ(l.pixels.Data()[i], 0u);
-
+  // Far off (the arithmetic must not wrap) or just off: nothing shows.
+  for (int32_t x : {2147483647, 10}) {
+    l.extended->x = x;
+    l.RebuildFromExtended();
+    EXPECT_TRUE(AllZero(l.pixels)) << x;
+  }
   l.extended->x = 1;  // and back: every pixel is there again
   l.extended->y = 1;
   l.RebuildFromExtended();
@@ -138,42 +105,49 @@ TEST(ExtendedContent, OffCanvasPixelsAreKeptAndReturn) {
   EXPECT_EQ(l.pixels.At(0, 0), 0u);
 }
 
-TEST(EffectMargins, LargestReachOfTheEnabledGroups) {
+TEST(EffectMargins, LargestReachOfTheEnabledGroupsCapped) {
+  const struct {
+    const char* what;
+    void (*set)(LayerEffects&);
+    int32_t margin;
+  } table[] = {
+      {"none on", [](LayerEffects&) {}, 0},
+      {"drop shadow: offset + size + 2", [](LayerEffects& e) {
+         e.dropShadow = {.on = true, .offsetX = -10, .offsetY = 4, .size = 3};
+       }, 15},
+      {"drop shadow never below 0", [](LayerEffects& e) {
+         e.dropShadow = {.on = true, .offsetX = -10, .offsetY = 4, .size = -40};
+       }, 0},
+      {"outer glow", [](LayerEffects& e) { e.outerGlow.on = true; }, 14},
+      {"bloom beats outer glow", [](LayerEffects& e) { e.outerGlow.on = e.bloom.on = true; }, 64},
+      {"bevel", [](LayerEffects& e) { e.bevel.on = true; }, 12},
+      {"stroke beats bevel", [](LayerEffects& e) {
+         e.bevel.on = e.stroke.on = true;
+         e.stroke.thickness = 10;
+       }, 14},
+      {"inner glow", [](LayerEffects& e) {
+         e.innerGlow.on = true;
+         e.innerGlow.size = 1;
+       }, 3},
+      // Extreme values from a file are capped, not wrapped.
+      {"huge bloom", [](LayerEffects& e) {
+         e.bloom.on = true;
+         e.bloom.spread = 2147483647;
+       }, kMaxEffectMargin},
+      {"most negative offset", [](LayerEffects& e) {
+         e.dropShadow.on = true;
+         e.dropShadow.offsetX = -2147483647 - 1;
+       }, kMaxEffectMargin},
+      {"overlays stay inside", [](LayerEffects& e) { e.colorOverlay.on = e.gradientOverlay.on = true; }, 0},
+  };
+  for (const auto& row : table) {
+    Layer l(2, 2, u"fx");
+    row.set(l.effects);
+    EXPECT_EQ(EffectMargin(l), row.margin) << row.what;
+  }
   Layer l(2, 2, u"fx");
-  l.effects.dropShadow.on = true;
-  l.effects.dropShadow.offsetX = -10;
-  l.effects.dropShadow.offsetY = 4;
-  l.effects.dropShadow.size = 3;
-  EXPECT_EQ(EffectMargin(l), 15);
-  l.effects.dropShadow.size = -40;  // never below 0
-  EXPECT_EQ(EffectMargin(l), 0);
-  l.effects.dropShadow.on = false;
-  l.effects.outerGlow.on = true;
-  EXPECT_EQ(EffectMargin(l), 14);
-  l.effects.bloom.on = true;
-  EXPECT_EQ(EffectMargin(l), 64);
-  l.effects = {};
-  l.effects.bevel.on = true;
-  EXPECT_EQ(EffectMargin(l), 12);
-  l.effects.stroke.on = true;
-  l.effects.stroke.thickness = 10;
-  EXPECT_EQ(EffectMargin(l), 14);
-  l.effects = {};
-  l.effects.innerGlow.on = true;
-  l.effects.innerGlow.size = 1;
-  EXPECT_EQ(EffectMargin(l), 3);
-  l.effects = {};
-  l.effects.bloom.on = true;  // extreme values from a file are capped, not wrapped
-  l.effects.bloom.spread = 2147483647;
-  EXPECT_EQ(EffectMargin(l), kMaxEffectMargin);
-  l.effects = {};
-  l.effects.dropShadow.on = true;
-  l.effects.dropShadow.offsetX = -2147483647 - 1;
-  EXPECT_EQ(EffectMargin(l), kMaxEffectMargin);
-  l.effects = {};
+  EXPECT_FALSE(AnyEffectOn(l));
   l.effects.colorOverlay.on = true;
-  l.effects.gradientOverlay.on = true;
-  EXPECT_EQ(EffectMargin(l), 0);
   EXPECT_TRUE(AnyEffectOn(l));
   l.effectsHidden = true;
   EXPECT_FALSE(AnyEffectOn(l));
