@@ -4,9 +4,11 @@
 #include <cmath>
 #include <cstring>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "base/memory.h"
+#include "base/progress.h"
 #include "base/row_workers.h"
 #include "processing/adjustments.h"
 
@@ -181,38 +183,119 @@ void GaussianBlurOp(uint32_t* pixels, int32_t width, int32_t height, const void*
 
 namespace {
 
+// Lens Blur, defined once:
+// - the disc holds the offsets with dx² + dy² <= r², r the radius rounded to
+//   whole pixels, and reads the image with clamp-to-edge;
+// - a pixel weighs round(kLensUnit · (1 + glow · l³)), l the luminance of the
+//   premultiplied pixel over 255, so highlights spread into bokeh discs;
+// - each premultiplied channel is (S + T / 2) / T in whole numbers, S the
+//   weighted sum over the disc and T the sum of the weights.
+// Whole-number sums do not depend on the order they are taken in, so a disc
+// is summed as one span of per-row prefix sums per disc row, and the rows
+// can be split over threads without changing a pixel.
+constexpr int64_t kLensUnit = 256;
+// Far beyond the dialog's 60 and 20, these keep the band's memory modest and
+// every span's sum below 2^32, so the prefix sums may wrap around in 32 bits:
+// the difference of two entries is still exact.
+constexpr float kLensMaxRadius = 250.0f;
+constexpr float kLensMaxGlow = 100.0f;
+static_assert((2 * 250 + 1) * 255 * kLensUnit * (1 + 100) < (int64_t{1} << 32));
+static_assert(int64_t{2 * 250 + 1} * (2 * 250 + 1) * kLensUnit * (1 + 100) < (int64_t{1} << 33));
+constexpr int kLensPlanes = 5;  // the four weighted channels, then the weight
+// Output rows are made in blocks and chunks of pixels, so that a source
+// row's chunk serves every row of the block while it is in the cache.
+constexpr int32_t kLensBlock = 16;
+constexpr int32_t kLensChunk = 128;
+
 struct LensJob {
   const uint32_t* source;  // premultiplied
   uint32_t* out;
   int32_t width, height, radius;
-  float glow;
+  const uint32_t* weights;     // by luminance, 256 entries
+  const int32_t* halfWidths;   // the disc's half-width at |dy|, r + 1 entries
+  // After the span at dy (index dy + r) the 32-bit running sums are moved
+  // into the 64-bit totals, before the next span could overflow them.
+  const uint8_t* flushAfter;
+  Progress* progress;
 };
 
-// A disc-shaped average; bright pixels weigh more with the glow, so
-// highlights spread into bokeh-like discs.
 void LensRows(int first, int end, void* context) {
   const auto& j = *static_cast<const LensJob*>(context);
-  const int32_t r = j.radius;
-  for (int y = first; y < end; ++y) {
-    for (int32_t x = 0; x < j.width; ++x) {
-      double sum[4] = {0, 0, 0, 0}, weight = 0;
-      for (int32_t dy = -r; dy <= r; ++dy) {
-        const int32_t sy = std::clamp(y + dy, 0, j.height - 1);
-        for (int32_t dx = -r; dx <= r; ++dx) {
-          if (dx * dx + dy * dy > r * r) continue;
-          const int32_t sx = std::clamp(x + dx, 0, j.width - 1);
-          const uint32_t p = j.source[std::size_t(sy) * j.width + sx];
-          const double l = Lum(p) / 255.0;
-          const double w = 1.0 + j.glow * l * l * l;
-          for (int c = 0; c < 4; ++c) sum[c] += ((p >> (8 * c)) & 255) * w;
-          weight += w;
+  const int32_t w = j.width, h = j.height, r = j.radius;
+  // Each plane of a row: the prefix sums over the row padded with r copies
+  // of its edge pixels on both sides.
+  const std::size_t len = std::size_t(w) + 2 * std::size_t(r) + 1;
+  // The source rows one block reads, kept for as long as it needs them; a
+  // window this long never holds two rows with the same slot.
+  const int32_t slots = std::min(2 * r + kLensBlock, h);
+  std::vector<uint32_t> band(std::size_t(slots) * kLensPlanes * len);
+  auto rowPlanes = [&](int32_t sy) { return band.data() + std::size_t(sy % slots) * kLensPlanes * len; };
+  auto load = [&](int32_t sy) {
+    const uint32_t* src = j.source + std::size_t(sy) * w;
+    uint32_t* planes = rowPlanes(sy);
+    uint32_t sums[kLensPlanes] = {};
+    for (int c = 0; c < kLensPlanes; ++c) planes[c * len] = 0;
+    for (int32_t i = 0; i < w + 2 * r; ++i) {
+      const uint32_t q = src[std::clamp(i - r, 0, w - 1)];
+      const uint32_t weight = j.weights[Lum(q)];
+      for (int c = 0; c < 4; ++c) sums[c] += ((q >> (8 * c)) & 255) * weight;
+      sums[4] += weight;
+      for (int c = 0; c < kLensPlanes; ++c) planes[c * len + i + 1] = sums[c];
+    }
+  };
+  std::vector<uint32_t> running(std::size_t(kLensBlock) * kLensPlanes * kLensChunk);
+  std::vector<uint64_t> totals(running.size());
+  int32_t loaded = -1;  // the last source row in the band
+  for (int32_t y0 = first; y0 < end; y0 += kLensBlock) {
+    if (StopRequested(j.progress)) return;
+    const int32_t y1 = std::min(y0 + kLensBlock, end);
+    const int32_t bottom = std::min(h - 1, y1 - 1 + r);
+    for (int32_t sy = std::max(loaded + 1, std::max(0, y0 - r)); sy <= bottom; ++sy) load(sy);
+    loaded = bottom;
+    for (int32_t x0 = 0; x0 < w; x0 += kLensChunk) {
+      const int32_t n = std::min(kLensChunk, w - x0);
+      std::fill(running.begin(), running.end(), 0u);
+      std::fill(totals.begin(), totals.end(), uint64_t{0});
+      for (int32_t t = y0 - r; t < y1 + r; ++t) {
+        const uint32_t* planes = rowPlanes(std::clamp(t, 0, h - 1)) + x0 + r;
+        for (int32_t y = std::max(y0, t - r); y < std::min(y1, t + r + 1); ++y) {
+          const int32_t dy = t - y, half = j.halfWidths[std::abs(dy)];
+          uint32_t* sums = running.data() + std::size_t(y - y0) * kLensPlanes * kLensChunk;
+          for (int c = 0; c < kLensPlanes; ++c) {
+            // Pixels x - half .. x + half are the padded entries
+            // x - half + r .. x + half + r.
+            const uint32_t* hi = planes + c * len + half + 1;
+            const uint32_t* lo = planes + c * len - half;
+            uint32_t* a = sums + c * kLensChunk;
+            for (int32_t i = 0; i < n; ++i) a[i] += hi[i] - lo[i];
+          }
+          if (j.flushAfter[dy + r]) {
+            uint64_t* total = totals.data() + std::size_t(y - y0) * kLensPlanes * kLensChunk;
+            for (int32_t i = 0; i < kLensPlanes * kLensChunk; ++i) total[i] += std::exchange(sums[i], 0u);
+          }
         }
       }
-      uint32_t out = 0;
-      for (int c = 0; c < 4; ++c)
-        out |= uint32_t(std::min(255.0, sum[c] / weight + 0.5)) << (8 * c);
-      j.out[std::size_t(y) * j.width + x] = out;
+      for (int32_t y = y0; y < y1; ++y) {
+        const uint64_t* total = totals.data() + std::size_t(y - y0) * kLensPlanes * kLensChunk;
+        uint32_t* out = j.out + std::size_t(y) * w + x0;
+        for (int32_t i = 0; i < n; ++i) {
+          // (S + T / 2) / T with one reciprocal for the four channels
+          // instead of four divisions. Exact: the product is within 2^-44
+          // of the true quotient (below 256, T below 2^33), and the added
+          // half keeps that at least 0.5 / T from the next whole number.
+          const uint64_t weight = total[4 * kLensChunk + i];
+          const double inverse = 1.0 / double(weight);
+          uint32_t v = 0;
+          for (int c = 0; c < 4; ++c) {
+            const uint64_t s = total[c * kLensChunk + i] + weight / 2;
+            v |= uint32_t((double(s) + 0.5) * inverse) << (8 * c);
+          }
+          out[i] = v;
+        }
+      }
     }
+    Unpremultiply(j.out + std::size_t(y0) * w, std::size_t(y1 - y0) * w);
+    if (j.progress) j.progress->Advance(y1 - y0);
   }
 }
 
@@ -220,15 +303,40 @@ void LensRows(int first, int end, void* context) {
 
 void LensBlur(uint32_t* pixels, int32_t width, int32_t height, const void* params) {
   const auto& p = *static_cast<const LensBlurParams*>(params);
-  const int32_t r = static_cast<int32_t>(p.radius + 0.5f);
-  if (r <= 0) return;
+  if (!(p.radius >= 0.5f) || width < 1 || height < 1) return;  // also refuses NaN
+  const int32_t r = static_cast<int32_t>(std::min(p.radius, kLensMaxRadius) + 0.5f);
+  const double glow = p.glow > 0.0f ? std::min(p.glow, kLensMaxGlow) : 0.0;
+  Progress* progress = CurrentProgress();
+  if (progress) progress->AddTotal(height);
+
+  uint32_t weights[256];
+  for (int32_t lum = 0; lum < 256; ++lum) {
+    const double l = lum / 255.0;
+    weights[lum] = static_cast<uint32_t>(std::llround(double(kLensUnit) * (1.0 + glow * l * l * l)));
+  }
+  std::vector<int32_t> halfWidths(std::size_t(r) + 1);
+  for (int32_t dy = 0, dx = r; dy <= r; ++dy) {
+    while (dx * dx + dy * dy > r * r) --dx;
+    halfWidths[dy] = dx;
+  }
+  // The most a disc row's span can add to a running sum decides how many
+  // spans fit in 32 bits before they must move on to the totals.
+  auto spanBound = [&](int32_t dy) { return (2 * uint64_t(halfWidths[std::abs(dy)]) + 1) * 255 * weights[255]; };
+  std::vector<uint8_t> flushAfter(2 * std::size_t(r) + 1);
+  uint64_t bound = 0;
+  for (int32_t dy = -r; dy <= r; ++dy) {
+    bound += spanBound(dy);
+    flushAfter[dy + r] = dy == r || bound + spanBound(dy + 1) > UINT32_MAX;
+    if (flushAfter[dy + r]) bound = 0;
+  }
+
+  // Only the copy is read, so the output rows can be written as they are done.
   const std::size_t n = std::size_t(width) * std::size_t(height);
-  Premultiply(pixels, n);
   PixelBuffer source = NewPixels(n);
   std::memcpy(source.get(), pixels, n * 4);
-  LensJob job{source.get(), pixels, width, height, r, std::max(0.0f, p.glow)};
+  Premultiply(source.get(), n);
+  LensJob job{source.get(), pixels, width, height, r, weights, halfWidths.data(), flushAfter.data(), progress};
   RowWorkers::Run(height, &LensRows, &job);
-  Unpremultiply(pixels, n);
 }
 
 void MotionBlur(uint32_t* pixels, int32_t width, int32_t height, const void* params) {

@@ -2,9 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cmath>
 #include <random>
 #include <vector>
 
+#include "base/progress.h"
 #include "base/row_workers.h"
 #include "processing/adjustments.h"
 
@@ -163,6 +166,90 @@ TEST(LuminanceFilters, FlatAreasGiveTheirDocumentedValues) {
   EdgeDetect(edge.data(), 4, 3, nullptr);
   EXPECT_EQ(edge[4 + 1], Px(255, 255, 255, 255));
   EXPECT_EQ(edge[4 + 0], Px(255, 0, 0, 0));
+}
+
+// Lens Blur by its definition, every disc summed afresh: offsets with
+// dx² + dy² <= r², clamp-to-edge, weight round(256 (1 + glow l³)) of the
+// premultiplied luminance, each channel (S + T / 2) / T.
+std::vector<uint32_t> ReferenceLens(std::vector<uint32_t> px, int w, int h, int r, double glow) {
+  Premultiply(px.data(), px.size());
+  std::vector<uint32_t> out(px.size());
+  for (int y = 0; y < h; ++y)
+    for (int x = 0; x < w; ++x) {
+      uint64_t sum[4] = {0, 0, 0, 0}, total = 0;
+      for (int dy = -r; dy <= r; ++dy)
+        for (int dx = -r; dx <= r; ++dx) {
+          if (dx * dx + dy * dy > r * r) continue;
+          const uint32_t p = px[std::clamp(y + dy, 0, h - 1) * w + std::clamp(x + dx, 0, w - 1)];
+          const double l = Luminance((p >> 16) & 255, (p >> 8) & 255, p & 255) / 255.0;
+          const uint64_t weight = uint64_t(std::llround(256.0 * (1.0 + glow * l * l * l)));
+          for (int c = 0; c < 4; ++c) sum[c] += ((p >> (8 * c)) & 255) * weight;
+          total += weight;
+        }
+      uint32_t v = 0;
+      for (int c = 0; c < 4; ++c) v |= uint32_t((sum[c] + total / 2) / total) << (8 * c);
+      out[y * w + x] = v;
+    }
+  Unpremultiply(out.data(), out.size());
+  return out;
+}
+
+TEST(LensBlurFilter, MatchesTheDiscByDefinition) {
+  struct Case {
+    int w, h;
+    float radius, glow;
+    int processors = 0;  // 0: the machine's own count
+  };
+  // Radius 1, radii beyond the image, single pixels and lines, glow that
+  // forces the 32-bit sums into the totals often, and row splits that cut
+  // through the band and the blocks of rows.
+  const Case cases[] = {{1, 1, 1, 0},       {1, 1, 7, 20},          {1, 40, 5, 4},
+                        {40, 1, 5, 4},      {9, 7, 1, 0},           {9, 7, 12, 20},
+                        {5, 70, 3, 2.5f},   {23, 17, 40, 100},      {61, 45, 8, 20, 16},
+                        {61, 45, 2.6f, 4, 3}, {33, 100, 17, 0.5f, 5}};
+  uint32_t seed = 1;
+  for (const Case& k : cases) {
+    auto px = Noise(std::size_t(k.w) * k.h, seed++, false);
+    for (std::size_t i = 0; i < px.size(); i += 5) px[i] &= 0x00FFFFFFu;  // fully transparent
+    for (std::size_t i = 2; i < px.size(); i += 7) px[i] |= 0xFF000000u;  // and opaque
+    const auto want = ReferenceLens(px, k.w, k.h, int(k.radius + 0.5f), k.glow);
+    RowWorkers::OverrideProcessorCountForTesting(k.processors);
+    const LensBlurParams p{k.radius, k.glow};
+    LensBlur(px.data(), k.w, k.h, &p);
+    RowWorkers::OverrideProcessorCountForTesting(0);
+    ASSERT_EQ(px, want) << k.w << " x " << k.h << ", radius " << k.radius << ", glow " << k.glow;
+  }
+}
+
+TEST(LensBlurFilter, FlatStaysFlatAndCancelledRunsStop) {
+  // White at the largest glow fills the 32-bit running sums the most.
+  std::mt19937 rng(3);
+  const LensBlurParams flatCases[] = {{9.0f, 0.0f}, {9.0f, 7.0f}, {40.0f, 20.0f}, {40.0f, 100.0f}};
+  for (const LensBlurParams& p : flatCases) {
+    const uint32_t colour = p.glow >= 100.0f ? 0xFFFFFFFFu : rng() | 0xFF000000u;
+    std::vector<uint32_t> flat(50 * 40, colour);
+    LensBlur(flat.data(), 50, 40, &p);
+    ASSERT_EQ(flat, std::vector<uint32_t>(50 * 40, colour)) << "glow " << p.glow;
+  }
+  // A translucent flat image may shift by the premultiply rounding, but evenly.
+  std::vector<uint32_t> glass(30 * 30, Px(77, 200, 31, 140));
+  const LensBlurParams glassy{6.0f, 3.0f};
+  LensBlur(glass.data(), 30, 30, &glassy);
+  EXPECT_EQ(std::count(glass.begin(), glass.end(), glass[0]), 30 * 30);
+
+  // Every row is reported once; an already cancelled run reports none and
+  // stops without touching memory it should not.
+  const LensBlurParams big{30.0f, 4.0f};
+  for (bool cancel : {false, true}) {
+    auto px = Noise(120 * 300, 8, false);
+    Progress progress;
+    if (cancel) progress.Cancel();
+    ScopedProgress scope(&progress);
+    RowWorkers::OverrideProcessorCountForTesting(4);
+    LensBlur(px.data(), 120, 300, &big);
+    RowWorkers::OverrideProcessorCountForTesting(0);
+    EXPECT_EQ(progress.Fraction(), cancel ? 0.0 : 1.0);
+  }
 }
 
 TEST(OtherBlurs, LensAndMotionBlurAverageWithoutChangingFlatAreas) {
