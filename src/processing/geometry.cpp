@@ -650,17 +650,24 @@ std::u16string_view CheckResizeLayerSize(int32_t width, int32_t height) {
 
 bool ResizeLayer(Document& doc, int32_t width, int32_t height, int32_t algorithm) {
   Layer* layer = ActiveLayer(&doc);
+  if (!layer || width < 1 || height < 1) return false;
+  const Rect box = LayerContentBox(*layer);
+  int32_t x = 0, y = 0;
+  CentredPlace(box, width, height, x, y);
+  return ResizeLayerTo(doc, {x, y, x + width, y + height}, algorithm);
+}
+
+bool ResizeLayerTo(Document& doc, const Rect& target, int32_t algorithm) {
+  Layer* layer = ActiveLayer(&doc);
+  const int32_t width = target.Width(), height = target.Height();
   if (!layer || layer->opaqueBackground || width < 1 || height < 1 ||
       int64_t{width} * height > kMaxResizeLayerPixels)
     return false;
   const Rect box = LayerContentBox(*layer);
   if (box.Empty()) return false;
   PushLayer(doc, doc.active, u"Resize Layer");
-  Surface resized = Resample(TakeContent(*layer, box), width, height,
-                             static_cast<ResampleAlgorithm>(algorithm));
-  int32_t x = 0, y = 0;
-  CentredPlace(box, width, height, x, y);
-  SetContent(*layer, std::move(resized), x, y);
+  const Surface content = TakeContent(*layer, box);
+  PlaceResizedContent(*layer, content, target, algorithm);
   FinishLayerChange(doc);
   return true;
 }
@@ -741,25 +748,37 @@ bool FreeRotateLayer(Document& doc, double angleDegrees) {
   if (!layer || !std::isfinite(angleDegrees) || WholeTurn(angleDegrees)) return false;
   const Rect box = LayerContentBox(*layer);
   if (box.Empty()) return false;
-  if (layer->opaqueBackground) {
-    PushLayer(doc, doc.active, u"Rotate Layer");
-    layer->pixels = RotateFree(layer->pixels, angleDegrees, doc.width, doc.height, kOpaque);
-    layer->extended.reset();
-    layer->text.reset();
-    MarkLayerChanged(*layer);
-    FinishLayerChange(doc);
-    return true;
-  }
-  const PictureSize size = FreeRotationSize(box.Width(), box.Height(), angleDegrees, true);
-  if (!RotationSizeAllowed(size)) return false;
+  if (!layer->opaqueBackground &&
+      !RotationSizeAllowed(FreeRotationSize(box.Width(), box.Height(), angleDegrees, true)))
+    return false;
   PushLayer(doc, doc.active, u"Rotate Layer");
-  Surface turned = RotateFree(TakeContent(*layer, box), angleDegrees, size.width, size.height, 0);
-  int32_t x = 0, y = 0;
-  CentredPlace(box, size.width, size.height, x, y);
-  SetContent(*layer, std::move(turned), x, y);
+  const Surface content = TakeContent(*layer, box);
+  PlaceRotatedContent(*layer, content, box, angleDegrees);
   FinishLayerChange(doc);
   return true;
 }
+
+void PlaceRotatedContent(Layer& layer, const Surface& content, const Rect& box, double angleDegrees) {
+  if (layer.opaqueBackground) {
+    // Turned within the canvas about its centre; what it uncovers is black.
+    layer.pixels = RotateFree(content, angleDegrees, layer.Width(), layer.Height(), kOpaque);
+    layer.extended.reset();
+    layer.text.reset();
+    MarkLayerChanged(layer);
+    return;
+  }
+  const PictureSize size = FreeRotationSize(box.Width(), box.Height(), angleDegrees, true);
+  int32_t x = 0, y = 0;
+  CentredPlace(box, size.width, size.height, x, y);
+  SetContent(layer, RotateFree(content, angleDegrees, size.width, size.height, 0), x, y);
+}
+
+void PlaceResizedContent(Layer& layer, const Surface& content, const Rect& target, int32_t algorithm) {
+  SetContent(layer, Resample(content, target.Width(), target.Height(), static_cast<ResampleAlgorithm>(algorithm)),
+             target.x0, target.y0);
+}
+
+Surface LayerContent(const Layer& layer, const Rect& box) { return TakeContent(layer, box); }
 
 bool LayerFromSelection(Document& doc) {
   const Layer* active = ActiveLayer(&doc);

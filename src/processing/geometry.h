@@ -108,6 +108,9 @@ std::u16string_view CheckResizeLayerSize(int32_t width, int32_t height);
 // centre. Refused without an active layer, on an opaque-background layer,
 // for a side below 1, above 150 megapixels, or when the layer shows nothing.
 bool ResizeLayer(Document& doc, int32_t width, int32_t height, int32_t algorithm);
+// The same to a given place and size on the canvas (the Layer Resize tool's
+// handles may move the content's centre).
+bool ResizeLayerTo(Document& doc, const Rect& target, int32_t algorithm);
 // "Flip Layer" / "Mirror Layer": about the canvas's centre line, content
 // past the canvas included.
 bool FlipLayer(Document& doc);
@@ -119,6 +122,13 @@ bool MirrorLayer(Document& doc);
 bool RotateLayer90(Document& doc, bool clockwise);
 bool RotateLayer180(Document& doc);
 bool FreeRotateLayer(Document& doc, double angleDegrees);
+
+// What the layer transforms do to a layer, without a history step, from its
+// content taken before (LayerContent of LayerContentBox): for the transform
+// tools' live previews, which then apply the command itself.
+[[nodiscard]] Surface LayerContent(const Layer& layer, const Rect& box);
+void PlaceRotatedContent(Layer& layer, const Surface& content, const Rect& box, double angleDegrees);
+void PlaceResizedContent(Layer& layer, const Surface& content, const Rect& target, int32_t algorithm);
 
 // "Layer from Selection": a new layer above the active one holding the
 // active layer's pixels with alpha x selection / 255; the selection stays.
