@@ -10,8 +10,13 @@
 namespace tavora {
 namespace {
 
-// How far from a crop handle a press still takes it, in device pixels.
-constexpr double kHandleReach = 6;
+constexpr double kHandleReach = ToolInput::kHandleReach;
+
+std::optional<LayerTransform> TransformFor(int32_t tool) {
+  if (tool == kToolLayerRotate) return LayerTransform::Rotate;
+  if (tool == kToolLayerResize) return LayerTransform::Resize;
+  return std::nullopt;
+}
 
 SelectionToolOptions SelectionOptions(const ToolOptions& o) {
   return {o.selmode, static_cast<double>(o.feather), o.wandtol, o.wandcontig != 0, o.wandall != 0};
@@ -113,6 +118,8 @@ void ToolInput::Press(Document& doc, double x, double y, int button, int modifie
     dragging_ = shape_.Busy();
   } else if (tool == kToolText && button == 1) {
     TextClickAt(doc, x, y);
+  } else if (const auto kind = TransformFor(tool); kind && button == 1) {
+    dragging_ = transform_.Press(doc, *kind, x, y, modifiers, kHandleReach / viewScale_);
   }
 }
 
@@ -146,6 +153,8 @@ void ToolInput::Move(Document& doc, double x, double y, int modifiers) {
     crop_.Drag(doc, x, y, modifiers);
   } else if (shape_.Busy()) {
     shape_.Move(x, y, modifiers);
+  } else if (dragging_ && TransformFor(tool)) {
+    transform_.Drag(doc, x, y, modifiers);
   }
 }
 
@@ -161,6 +170,8 @@ void ToolInput::Release(Document& doc, double x, double y, int modifiers) {
     crop_.Release(doc, x, y);
   } else if (shape_.Busy()) {
     shape_.Release(doc, x, y, modifiers);
+  } else if (TransformFor(tool)) {
+    transform_.Release(doc, x, y);
   }
   dragging_ = false;
 }
@@ -188,6 +199,10 @@ bool ToolInput::Key(Document& doc, ToolKey key, int modifiers) {
     else return false;
     return true;
   }
+  if (transform_.Active() && (key == ToolKey::Enter || key == ToolKey::Escape)) {
+    key == ToolKey::Enter ? ApplyTransform(doc) : CancelTransform(doc);
+    return true;
+  }
   if (shape_.Busy() && key == ToolKey::Escape) {
     shape_.Cancel();
     dragging_ = false;
@@ -203,6 +218,7 @@ void ToolInput::Finish(Document& doc) {
   move_.Commit(doc);
   crop_.Cancel();
   shape_.Cancel();
+  transform_.Apply(doc);
   if (StrokeActive()) EndStroke(doc);
   dragging_ = false;
 }
@@ -212,7 +228,18 @@ void ToolInput::Forget(Document& doc) {
   move_.Forget(doc);
   crop_.Cancel();
   shape_.Cancel();
+  transform_.Forget(doc);
   ForgetStroke(doc);
+  dragging_ = false;
+}
+
+void ToolInput::ApplyTransform(Document& doc) {
+  transform_.Apply(doc);
+  dragging_ = false;
+}
+
+void ToolInput::CancelTransform(Document& doc) {
+  transform_.Cancel(doc);
   dragging_ = false;
 }
 

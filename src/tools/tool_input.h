@@ -9,6 +9,7 @@
 #include "document/document.h"
 #include "tools/brush_engine.h"
 #include "tools/crop_tool.h"
+#include "tools/layer_transform_tool.h"
 #include "tools/move_tool.h"
 #include "tools/selection_tool.h"
 #include "tools/shape_tool.h"
@@ -38,6 +39,9 @@ using TextDialogRunner = bool (*)(void* context, Document& doc, const TextClick&
 
 class ToolInput {
  public:
+  // How far from a handle a press still takes it, in device pixels.
+  static constexpr double kHandleReach = 6;
+
   explicit ToolInput(ToolSettings& tools) : tools_(tools) {}
 
   // Device pixels per image pixel on screen, for the reach of handles.
@@ -63,7 +67,7 @@ class ToolInput {
   void Finish(Document& doc);
   // A tool operation is pending (a move not yet committed, a crop
   // rectangle shown).
-  bool Pending() const { return move_.Pending() || crop_.Shown(); }
+  bool Pending() const { return move_.Pending() || crop_.Shown() || transform_.Active(); }
   // The document is closing: nothing may refer to it afterwards.
   void Forget(Document& doc);
 
@@ -74,9 +78,15 @@ class ToolInput {
   // The crop rectangle shown, if any, and the shape being dragged.
   std::optional<Rect> CropArea() const { return crop_.Shown() ? std::optional<Rect>(crop_.Area()) : std::nullopt; }
   ShapeOverlay ShapeDrag() const { return shape_.Overlay(); }
+  // The Layer Rotate and Layer Resize tools' box and dots.
+  TransformOverlay TransformHandles() const { return transform_.Overlay(kHandleReach / viewScale_); }
+  // The Apply and Cancel buttons of the options bar (and Enter, Esc).
+  void ApplyTransform(Document& doc);
+  void CancelTransform(Document& doc);
   Rect OverlayBounds() const { return Union(selection_.OverlayBounds(), shape_.OverlayBounds()); }
   Rect TakeOverlayDamage() {
-    return Union(Union(selection_.TakeOverlayDamage(), crop_.TakeDamage()), shape_.TakeOverlayDamage());
+    return Union(Union(Union(selection_.TakeOverlayDamage(), crop_.TakeDamage()), shape_.TakeOverlayDamage()),
+                 transform_.TakeDamage());
   }
   // The colour boxes changed (the colour picker).
   bool TakeColorsChanged() {
@@ -94,6 +104,7 @@ class ToolInput {
   SelectionTool selection_;
   MoveTool move_;
   CropTool crop_;
+  LayerTransformTool transform_;
   ShapeTool shape_;
   double viewScale_ = 1.0;
   TextDialogRunner textDialog_ = nullptr;

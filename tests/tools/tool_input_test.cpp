@@ -114,6 +114,21 @@ TEST(ToolDispatch, CropShapesMoveAndTextReachTheirTools) {
   tools.SetTool(kToolBrush);
   EXPECT_FALSE(input.Key(*doc, ToolKey::Right));
 
+  // A layer turned with the Layer Rotate tool is applied when the tool
+  // changes; Esc would have put it back.
+  doc->layers.emplace_back(doc->width, doc->height, u"Layer 2");
+  doc->active = 1;
+  doc->layers[1].pixels.At(2, 2) = 0xFF0000FF;
+  tools.SetTool(kToolLayerRotate);
+  input.Press(*doc, 2.5, 0, 1, 0);
+  input.Move(*doc, 6, 2.5);
+  input.Release(*doc, 6, 2.5);
+  EXPECT_TRUE(input.Pending());
+  EXPECT_TRUE(input.TransformHandles().shown);
+  input.Finish(*doc);
+  EXPECT_FALSE(input.Pending());
+  EXPECT_EQ(HistoryRows(*doc).back(), u"Rotate Layer");
+
   // The Text tool asks its dialog; a cancelled one changes nothing.
   tools.SetTool(kToolText);
   int asked = 0;
