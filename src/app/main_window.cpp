@@ -30,6 +30,9 @@
 #include "processing/effect_dialogs.h"
 #include "platform/dpi_win32.h"
 #include "platform/gdiplus_codecs_win32.h"
+#include "platform/message_box_win32.h"
+#include "platform/modal_win32.h"
+#include "platform/theme_win32.h"
 #include "base/system_paths.h"
 #include "panels/history_panel.h"
 #include "panels/layers_panel.h"
@@ -212,6 +215,7 @@ void ApplyTheme() {
            (g.view.theme == Theme::FollowSystem && SystemUsesDarkTheme());
   if (g.background) DeleteObject(g.background);
   g.background = CreateSolidBrush(g.dark ? RGB(0x1E, 0x1F, 0x22) : RGB(0xF3, 0xF3, 0xF3));
+  SetDialogTheme(g.dark);
   if (g.main) {
     ApplyFrameTheme(g.main, g.dark);
     InvalidateRect(g.main, nullptr, TRUE);
@@ -262,7 +266,7 @@ void WarnAbout(std::u16string_view text, const std::filesystem::path& path) {
     g.splash = nullptr;
   }
   const std::wstring message = Wide(text) + L"\n\n" + path.wstring();
-  MessageBoxW(g.main, message.c_str(), L"Tavora", MB_OK | MB_ICONWARNING);
+  ShowMessageBox(g.main, message, L"Tavora", MB_OK | MB_ICONWARNING);
 }
 
 // Shows the busy cursor for as long as it lives.
@@ -305,7 +309,7 @@ bool OpenImageFile(std::filesystem::path path) {
   return true;
 }
 
-std::wstring FilterString(std::span<const DialogFilter> filters) {
+std::wstring FilterString(const std::vector<DialogFilter>& filters) {
   std::wstring text;
   for (const DialogFilter& f : filters) {
     text += Wide(f.label);
@@ -330,7 +334,10 @@ void ShowOpenDialog() {
   ofn.lpstrInitialDir = folder.empty() ? nullptr : folder.c_str();
   ofn.Flags = OFN_EXPLORER | OFN_ALLOWMULTISELECT | OFN_FILEMUSTEXIST | OFN_PATHMUSTEXIST |
               OFN_HIDEREADONLY;
-  if (!GetOpenFileNameW(&ofn)) return;
+  {
+    SystemModalWatch watch;
+    if (!GetOpenFileNameW(&ofn)) return;
+  }
   // One name is a full path; several are the folder followed by the names.
   std::vector<std::wstring> parts;
   for (const wchar_t* p = names.c_str(); *p; p += wcslen(p) + 1) parts.emplace_back(p);
@@ -350,7 +357,8 @@ std::wstring QualityProblem(const std::vector<DialogField>& fields) {
 bool SaveDocument(Document& doc, bool saveAs) {
   std::filesystem::path path = doc.path;
   bool nameFromDialog = false;
-  if (saveAs || path.empty() || ClassifyFile(path) == FileClass::RadianceHdr) {
+  // A file whose format cannot be written back is saved under a new name.
+  if (saveAs || path.empty() || !CanWriteFile(path)) {
     std::wstring name = Wide(ProposedSaveName(doc));
     name.resize(32768, L'\0');
     const std::wstring filter = FilterString(SaveFilters());
@@ -365,11 +373,21 @@ bool SaveDocument(Document& doc, bool saveAs) {
     ofn.Flags = OFN_EXPLORER | OFN_OVERWRITEPROMPT | OFN_PATHMUSTEXIST | OFN_HIDEREADONLY;
     // With a default extension the dialog appends the chosen type's own
     // extension before it checks for an existing file.
-    ofn.lpstrDefExt = doc.LayerCount() >= 2 ? L"tvl" : L"png";
-    if (!GetSaveFileNameW(&ofn)) return false;
+    const std::wstring defaultExtension =
+        Wide(SaveFilters()[static_cast<std::size_t>(DefaultSaveFilterIndex(doc)) - 1].extension).substr(1);
+    ofn.lpstrDefExt = defaultExtension.c_str();
+    {
+      SystemModalWatch watch;
+      if (!GetSaveFileNameW(&ofn)) return false;
+    }
     path = WithSaveExtension(std::filesystem::path(name.c_str()),
                              static_cast<int32_t>(ofn.nFilterIndex));
     nameFromDialog = true;
+    // A typed extension whose writer is not part of the program.
+    if (!CanWriteFile(path)) {
+      WarnAbout(kCannotSave, path);
+      return false;
+    }
   }
   EncodeOptions options = EncodeOptionsFor(path, doc);
   if (ClassifyFile(path) != FileClass::NativeLayered && AsksForQuality(options.format)) {
@@ -379,8 +397,7 @@ bool SaveDocument(Document& doc, bool saveAs) {
     options.quality = _wtoi(fields[0].value.c_str());
   }
   if (NeedsFlattenWarning(doc, path, nameFromDialog) &&
-      MessageBoxW(g.main, Wide(kFlattenWarning).c_str(), L"Tavora",
-                  MB_OKCANCEL | MB_ICONINFORMATION) != IDOK)
+      ShowMessageBox(g.main, Wide(kFlattenWarning), L"Tavora", MB_OKCANCEL | MB_ICONINFORMATION) != IDOK)
     return false;
   bool written;
   {
@@ -403,7 +420,7 @@ bool SaveDocument(Document& doc, bool saveAs) {
 bool ConfirmCloseDocument(Document& doc) {
   if (!doc.modified) return true;
   const std::wstring question = L"Save changes to \"" + Wide(doc.title) + L"\" before closing?";
-  switch (MessageBoxW(g.main, question.c_str(), L"Tavora", MB_YESNOCANCEL | MB_ICONQUESTION)) {
+  switch (ShowMessageBox(g.main, question, L"Tavora", MB_YESNOCANCEL | MB_ICONQUESTION)) {
     case IDYES: return SaveDocument(doc, false);
     case IDNO: return true;
     default: return false;
@@ -582,15 +599,15 @@ bool ResetAllSettings(HWND dialog) {
       L"effect and dialog, colors, theme, slideshow, print, batch, Browse view and the History "
       L"panel.\n\nThe settings in this Settings window and your recent files are kept. This "
       L"cannot be undone.";
-  if (MessageBoxW(dialog, question, L"Reset all settings",
-                  MB_YESNO | MB_ICONWARNING | MB_DEFBUTTON2) != IDYES)
+  if (ShowMessageBox(dialog, question, L"Reset all settings", MB_YESNO | MB_ICONWARNING | MB_DEFBUTTON2) !=
+      IDYES)
     return false;
   AppSettings().ResetAll();
   g.tools.Reset();
   ToolChanged();
   ApplyFirstLaunchView();
-  MessageBoxW(dialog, L"All settings are back to their first-launch values.",
-              L"Reset all settings", MB_OK | MB_ICONINFORMATION);
+  ShowMessageBox(dialog, L"All settings are back to their first-launch values.", L"Reset all settings",
+                 MB_OK | MB_ICONINFORMATION);
   return true;
 }
 
@@ -632,6 +649,7 @@ void ShowMoreTabs() {
   }
   POINT p;
   GetCursorPos(&p);
+  SystemModalWatch watch;
   const int chosen = TrackPopupMenu(menu, TPM_RETURNCMD | TPM_NONOTIFY, p.x, p.y, 0, g.main, nullptr);
   DestroyMenu(menu);
   if (chosen > 0) {
@@ -733,9 +751,8 @@ void RunCommand(int32_t id) {
       SendMessageW(g.main, WM_CLOSE, 0, 0);
       return;  // the window may be gone now
     case kCmdAbout:
-      MessageBoxW(g.main,
-                  L"Tavora 0.1.0\n\nA small, fast raster image editor for Windows.",
-                  L"About Tavora", MB_OK | MB_ICONINFORMATION);
+      ShowMessageBox(g.main, L"Tavora 0.1.0\n\nA small, fast raster image editor for Windows.",
+                     L"About Tavora", MB_OK | MB_ICONINFORMATION);
       break;
     case kCmdThemeSystem:
     case kCmdThemeLight:
@@ -950,6 +967,10 @@ LRESULT CALLBACK MainProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
     case WM_INITMENUPOPUP:
       RefreshMenus();
       return 0;
+    case WM_EXITMENULOOP:
+      // A menu is modal too: a click still queued when it closes was aimed at it.
+      NoteModalEnded();
+      return 0;
     case WM_PAINT:
       PaintClient(hwnd);
       return 0;
@@ -1041,6 +1062,14 @@ RECT InitialRect(const WindowPlacement& p) {
 int MessageLoop() {
   MSG msg;
   while (GetMessageW(&msg, nullptr, 0, 0) > 0) {
+    // A click made on a modal window that has gone meanwhile belongs to it.
+    if (IsLeftoverModalClick(msg)) continue;
+    // The wheel scrolls what is under the pointer (the History panel, the
+    // canvas), not the window with the keyboard focus.
+    if (msg.message == WM_MOUSEWHEEL) {
+      HWND under = WindowFromPoint(msg.pt);
+      if (under && under != msg.hwnd && IsChild(g.main, under)) msg.hwnd = under;
+    }
     if (msg.message == WM_KEYDOWN || msg.message == WM_SYSKEYDOWN) {
       HWND focus = GetFocus();
       wchar_t cls[64] = {};

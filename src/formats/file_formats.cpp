@@ -1,6 +1,7 @@
 #include "formats/file_formats.h"
 
 #include <algorithm>
+#include <array>
 
 #include "document/composite.h"
 #include "document/size_limits.h"
@@ -20,33 +21,65 @@ bool OneOf(std::u16string_view ext, std::initializer_list<std::u16string_view> l
   return std::find(list.begin(), list.end(), ext) != list.end();
 }
 
-constexpr DialogFilter kOpenFilters[] = {
-    {u"All images",
-     u"*.png;*.jpg;*.jpeg;*.jpe;*.jfif;*.bmp;*.gif;*.tif;*.tiff;*.ico;*.webp;*.hdr;*.tvl;*.kzl;*.psd",
-     {}},
-    {u"PNG", u"*.png", {}},
-    {u"JPEG", u"*.jpg;*.jpeg;*.jpe;*.jfif", {}},
-    {u"Bitmap", u"*.bmp", {}},
-    {u"GIF", u"*.gif", {}},
-    {u"TIFF", u"*.tif;*.tiff", {}},
-    {u"WebP", u"*.webp", {}},
-    {u"Radiance HDR", u"*.hdr", {}},
-    {u"Photoshop", u"*.psd", {}},
-    {u"Tavora layered", u"*.tvl;*.kzl", {}},
-    {u"All files", u"*.*", {}},
-};
-
-constexpr DialogFilter kSaveFilters[] = {
-    {u"PNG (*.png)", u"*.png", u".png"},
-    {u"JPEG (*.jpg)", u"*.jpg", u".jpg"},
-    {u"Bitmap (*.bmp)", u"*.bmp", u".bmp"},
-    {u"GIF (*.gif)", u"*.gif", u".gif"},
-    {u"TIFF (*.tif)", u"*.tif", u".tif"},
-    {u"WebP (*.webp)", u"*.webp", u".webp"},
-    {u"Tavora layered (*.tvl)", u"*.tvl", u".tvl"},
-};
-
 char16_t Fold(char16_t c) { return c >= u'A' && c <= u'Z' ? char16_t(c - u'A' + u'a') : c; }
+
+std::unique_ptr<Document> ReadWithCodec(const std::filesystem::path& path);
+bool WriteWithCodec(Document& doc, const std::filesystem::path& path, const EncodeOptions& options);
+std::unique_ptr<Document> ReadLayered(const std::filesystem::path& path) { return ReadLayeredDocument(path); }
+bool WriteLayered(Document& doc, const std::filesystem::path& path, const EncodeOptions&) {
+  return WriteLayeredDocument(doc, path);
+}
+
+using Reader = std::unique_ptr<Document> (*)(const std::filesystem::path&);
+using Writer = bool (*)(Document&, const std::filesystem::path&, const EncodeOptions&);
+
+// One row per format, in the order of the dialogs. A format is offered
+// where its function is set; the system codec's rows only while a codec is
+// registered. A format's reader or writer lands by filling in its row.
+struct FormatEntry {
+  FileClass fileClass;
+  std::array<std::u16string_view, 4> extensions;  // the unused ones empty
+  std::u16string_view openLabel;    // its own open filter; empty: only in "All images"
+  std::u16string_view openPattern;
+  std::u16string_view saveLabel;
+  std::u16string_view saveExtension;
+  Reader read;
+  Writer write;
+};
+
+const FormatEntry kFormats[] = {
+    {FileClass::SystemCodec, {u".png"}, u"PNG", u"*.png", u"PNG (*.png)", u".png", &ReadWithCodec,
+     &WriteWithCodec},
+    {FileClass::SystemCodec, {u".jpg", u".jpeg", u".jpe", u".jfif"}, u"JPEG",
+     u"*.jpg;*.jpeg;*.jpe;*.jfif", u"JPEG (*.jpg)", u".jpg", &ReadWithCodec, &WriteWithCodec},
+    {FileClass::SystemCodec, {u".bmp", u".dib"}, u"Bitmap", u"*.bmp", u"Bitmap (*.bmp)", u".bmp",
+     &ReadWithCodec, &WriteWithCodec},
+    {FileClass::SystemCodec, {u".gif"}, u"GIF", u"*.gif", u"GIF (*.gif)", u".gif", &ReadWithCodec,
+     &WriteWithCodec},
+    {FileClass::SystemCodec, {u".tif", u".tiff"}, u"TIFF", u"*.tif;*.tiff", u"TIFF (*.tif)", u".tif",
+     &ReadWithCodec, &WriteWithCodec},
+    {FileClass::SystemCodec, {u".ico"}, {}, u"*.ico", {}, {}, &ReadWithCodec, nullptr},
+    {FileClass::WebP, {u".webp"}, u"WebP", u"*.webp", u"WebP (*.webp)", u".webp", nullptr, nullptr},
+    {FileClass::RadianceHdr, {u".hdr", u".pic"}, u"Radiance HDR", u"*.hdr", {}, {}, nullptr, nullptr},
+    {FileClass::Photoshop, {u".psd"}, u"Photoshop", u"*.psd", {}, {}, nullptr, nullptr},
+    {FileClass::NativeLayered, {u".tvl", u".kzl"}, u"Tavora layered", u"*.tvl;*.kzl",
+     u"Tavora layered (*.tvl)", u".tvl", &ReadLayered, &WriteLayered},
+};
+
+// The row of a file name; other names go to the system codec, which
+// decodes by content and writes PNG.
+const FormatEntry& EntryFor(const std::filesystem::path& path) {
+  const std::u16string ext = LowerExtension(path);
+  for (const FormatEntry& f : kFormats)
+    if (!ext.empty() && std::find(f.extensions.begin(), f.extensions.end(), ext) != f.extensions.end())
+      return f;
+  return kFormats[0];
+}
+
+bool Available(const FormatEntry& f, bool writing) {
+  const bool present = writing ? f.write != nullptr : f.read != nullptr;
+  return present && (f.fileClass != FileClass::SystemCodec || CurrentSystemCodec());
+}
 
 }  // namespace
 
@@ -56,18 +89,47 @@ bool IsSupportedExtension(const std::filesystem::path& path) {
                 u".tiff", u".ico", u".webp", u".hdr", u".tvl", u".kzl", u".psd"});
 }
 
-FileClass ClassifyFile(const std::filesystem::path& path) {
-  const std::u16string ext = LowerExtension(path);
-  if (IsLayeredExtension(path)) return FileClass::NativeLayered;
-  if (ext == u".psd") return FileClass::Photoshop;
-  if (ext == u".hdr" || ext == u".pic") return FileClass::RadianceHdr;
-  return FileClass::SystemCodec;
+FileClass ClassifyFile(const std::filesystem::path& path) { return EntryFor(path).fileClass; }
+
+bool CanOpenFile(const std::filesystem::path& path) { return Available(EntryFor(path), false); }
+bool CanWriteFile(const std::filesystem::path& path) { return Available(EntryFor(path), true); }
+
+std::vector<DialogFilter> OpenFilters() {
+  std::vector<DialogFilter> filters{{u"All images", {}, {}}};
+  for (const FormatEntry& f : kFormats) {
+    if (!Available(f, false)) continue;
+    if (!filters[0].pattern.empty()) filters[0].pattern += u';';
+    filters[0].pattern += f.openPattern;
+    if (!f.openLabel.empty()) filters.push_back({std::u16string(f.openLabel), std::u16string(f.openPattern), {}});
+  }
+  filters.push_back({u"All files", u"*.*", {}});
+  return filters;
 }
 
-std::span<const DialogFilter> OpenFilters() { return kOpenFilters; }
-std::span<const DialogFilter> SaveFilters() { return kSaveFilters; }
+std::vector<DialogFilter> SaveFilters() {
+  std::vector<DialogFilter> filters;
+  for (const FormatEntry& f : kFormats) {
+    if (f.saveLabel.empty() || !Available(f, true)) continue;
+    DialogFilter& filter = filters.emplace_back();
+    filter.label = f.saveLabel;
+    filter.pattern.reserve(f.saveExtension.size() + 1);
+    filter.pattern.push_back(u'*');
+    filter.pattern.append(f.saveExtension);
+    filter.extension = f.saveExtension;
+  }
+  return filters;
+}
 
-int32_t DefaultSaveFilterIndex(const Document& doc) { return doc.LayerCount() >= 2 ? 7 : 1; }
+int32_t DefaultSaveFilterIndex(const Document& doc) {
+  const std::vector<DialogFilter> filters = SaveFilters();
+  const std::u16string_view wanted = doc.LayerCount() >= 2 ? u".tvl" : u".png";
+  int32_t layered = 1;
+  for (std::size_t i = 0; i < filters.size(); ++i) {
+    if (filters[i].extension == wanted) return static_cast<int32_t>(i) + 1;
+    if (filters[i].extension == u".tvl") layered = static_cast<int32_t>(i) + 1;
+  }
+  return layered;
+}
 
 std::u16string ProposedSaveName(const Document& doc) {
   std::u16string name = doc.title;
@@ -78,14 +140,16 @@ std::u16string ProposedSaveName(const Document& doc) {
   }
   const std::size_t dot = name.find_last_of(u'.');
   if (dot != std::u16string::npos && dot > 0) name.resize(dot);
-  return name + (doc.LayerCount() >= 2 ? u".tvl" : u".png");
+  const std::vector<DialogFilter> filters = SaveFilters();
+  return name + filters[static_cast<std::size_t>(DefaultSaveFilterIndex(doc)) - 1].extension;
 }
 
 std::filesystem::path WithSaveExtension(const std::filesystem::path& typed, int32_t filterIndex) {
   if (!typed.extension().empty()) return typed;
-  const int32_t index = std::clamp(filterIndex, 1, static_cast<int32_t>(std::size(kSaveFilters)));
+  const std::vector<DialogFilter> filters = SaveFilters();
+  const int32_t index = std::clamp(filterIndex, 1, static_cast<int32_t>(filters.size()));
   std::filesystem::path result = typed;
-  result += std::u16string(kSaveFilters[index - 1].extension);
+  result += filters[static_cast<std::size_t>(index) - 1].extension;
   return result;
 }
 
@@ -111,34 +175,41 @@ bool NeedsFlattenWarning(const Document& doc, const std::filesystem::path& chose
          !SamePathIgnoringCase(chosen, doc.path);
 }
 
+namespace {
+
+std::unique_ptr<Document> ReadWithCodec(const std::filesystem::path& path) {
+  const SystemCodec* codec = CurrentSystemCodec();
+  if (!codec) return nullptr;
+  auto image = codec->decode(path);
+  if (!image || image->pixels.Empty() ||
+      !CanvasSizeAllowed(image->pixels.Width(), image->pixels.Height()))
+    return nullptr;
+  auto doc = CreateDocument(image->pixels.Width(), image->pixels.Height(), image->dpi, 0, 0);
+  Layer& background = doc->layers[0];
+  background.pixels = std::move(image->pixels);
+  // Opaque only when every pixel is: a PNG with transparency keeps it.
+  const uint32_t* p = background.pixels.Data();
+  bool opaque = true;
+  for (std::size_t i = 0, n = background.pixels.PixelCount(); i < n && opaque; ++i)
+    opaque = p[i] >> 24 == 255;
+  background.opaqueBackground = opaque;
+  return doc;
+}
+
+bool WriteWithCodec(Document& doc, const std::filesystem::path& path, const EncodeOptions& options) {
+  const SystemCodec* codec = CurrentSystemCodec();
+  if (!codec) return false;
+  // JPEG and BMP get an opaque picture, laid on white.
+  const Surface flat = FlatCopy(doc, 0xFFFFFF, NeedsOpaqueFlattening(options.format)
+                                                   ? Matte::Use : Matte::None);
+  return codec->encode(path, flat, doc.dpi, options);
+}
+
+}  // namespace
+
 std::unique_ptr<Document> ReadDocumentFile(const std::filesystem::path& path) {
-  std::unique_ptr<Document> doc;
-  switch (ClassifyFile(path)) {
-    case FileClass::NativeLayered:
-      doc = ReadLayeredDocument(path);
-      break;
-    case FileClass::SystemCodec: {
-      const SystemCodec* codec = CurrentSystemCodec();
-      if (!codec) return nullptr;
-      auto image = codec->decode(path);
-      if (!image || image->pixels.Empty() ||
-          !CanvasSizeAllowed(image->pixels.Width(), image->pixels.Height()))
-        return nullptr;
-      doc = CreateDocument(image->pixels.Width(), image->pixels.Height(), image->dpi, 0, 0);
-      Layer& background = doc->layers[0];
-      background.pixels = std::move(image->pixels);
-      // Opaque only when every pixel is: a PNG with transparency keeps it.
-      const uint32_t* p = background.pixels.Data();
-      bool opaque = true;
-      for (std::size_t i = 0, n = background.pixels.PixelCount(); i < n && opaque; ++i)
-        opaque = p[i] >> 24 == 255;
-      background.opaqueBackground = opaque;
-      break;
-    }
-    case FileClass::Photoshop:
-    case FileClass::RadianceHdr:
-      return nullptr;  // their readers are not part of the program yet
-  }
+  if (!CanOpenFile(path)) return nullptr;
+  std::unique_ptr<Document> doc = EntryFor(path).read(path);
   if (!doc) return nullptr;
   doc->path = path;
   SetTitle(*doc);
@@ -148,13 +219,7 @@ std::unique_ptr<Document> ReadDocumentFile(const std::filesystem::path& path) {
 
 bool WriteDocumentFile(Document& doc, const std::filesystem::path& path,
                        const EncodeOptions& options) {
-  if (ClassifyFile(path) == FileClass::NativeLayered) return WriteLayeredDocument(doc, path);
-  const SystemCodec* codec = CurrentSystemCodec();
-  if (!codec || ClassifyFile(path) != FileClass::SystemCodec) return false;
-  // JPEG and BMP get an opaque picture, laid on white.
-  const Surface flat = FlatCopy(doc, 0xFFFFFF, NeedsOpaqueFlattening(options.format)
-                                                   ? Matte::Use : Matte::None);
-  return codec->encode(path, flat, doc.dpi, options);
+  return CanWriteFile(path) && EntryFor(path).write(doc, path, options);
 }
 
 bool SamePathIgnoringCase(const std::filesystem::path& a, const std::filesystem::path& b) {

@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
-#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -16,27 +15,38 @@
 
 namespace tavora {
 
-// The sixteen extensions that open, compared without regard to case.
+// The sixteen extensions the program knows, compared without regard to
+// case. Whether one opens right now is CanOpenFile's answer.
 bool IsSupportedExtension(const std::filesystem::path& path);
 
-enum class FileClass { NativeLayered, RadianceHdr, Photoshop, SystemCodec };
+enum class FileClass { NativeLayered, RadianceHdr, Photoshop, WebP, SystemCodec };
 // Which reader and writer a file's extension selects.
 FileClass ClassifyFile(const std::filesystem::path& path);
 
+// Whether a file of this name can be read, or written, right now: the
+// layered format always, the system codec's formats while a codec is set,
+// the others once their reader or writer is part of the program.
+bool CanOpenFile(const std::filesystem::path& path);
+bool CanWriteFile(const std::filesystem::path& path);
+
 struct DialogFilter {
-  std::u16string_view label;
-  std::u16string_view pattern;
-  std::u16string_view extension;  // appended when none is typed (save filters)
+  std::u16string label;
+  std::u16string pattern;
+  std::u16string extension;  // appended when none is typed (save filters)
 };
-std::span<const DialogFilter> OpenFilters();
-std::span<const DialogFilter> SaveFilters();  // filter index 1..7
-// The save filter preselected for a document: layered for 2+ layers, else PNG.
+// The dialogs list only what works at the moment they are asked for:
+// "All images" with every pattern that opens, one filter per format that
+// opens, "All files"; the save filters are the formats that can be written.
+std::vector<DialogFilter> OpenFilters();
+std::vector<DialogFilter> SaveFilters();  // filter index 1..SaveFilters().size()
+// The save filter preselected for a document: layered for 2+ layers, else
+// PNG (layered when PNG cannot be written).
 int32_t DefaultSaveFilterIndex(const Document& doc);
 // The name the save dialog proposes: the document's file name (or title)
-// without its extension, plus ".png" or ".tvl" by the layer count.
+// without its extension, plus the default filter's extension.
 std::u16string ProposedSaveName(const Document& doc);
 // A typed name gets the chosen filter's extension when it has none; an
-// index outside 1..7 counts as the nearest end.
+// index outside the list counts as the nearest end.
 std::filesystem::path WithSaveExtension(const std::filesystem::path& typed, int32_t filterIndex);
 
 // The format code and options for a non-layered file name.

@@ -1,14 +1,18 @@
 // "KZHistory": draws the rows of the portable history model and turns a
-// click into Undo or Redo commands sent to the main window.
+// click into Undo or Redo commands sent to the main window. The rows scroll
+// (bar and wheel), and the current state's row is kept in view.
 #include <windows.h>
 #include <windowsx.h>
 
+#include <algorithm>
 #include <string>
 
 #include "base/command_ids.h"
 #include "document/history.h"
 #include "panels/history_panel.h"
 #include "platform/dpi_win32.h"
+#include "platform/row_scroll.h"
+#include "platform/theme_win32.h"
 
 namespace tavora {
 namespace {
@@ -18,8 +22,58 @@ constexpr int kHeaderDip = 28, kRowDip = 24, kWidthDip = 220;
 struct PanelState {
   const Document* doc = nullptr;
   bool dark = true;
+  HWND bar = nullptr;    // the rows' scroll bar, shown while they do not fit
+  int barWidth = 0;      // 0 while it is hidden
+  int32_t offset = 0;    // pixels of the rows scrolled above the view
 };
 PanelState g_panel;  // there is one History panel
+
+int Header(HWND hwnd) { return MulDiv(kHeaderDip, static_cast<int>(WindowDpi(hwnd)), 96); }
+
+RowView View(HWND hwnd) {
+  RECT r;
+  GetClientRect(hwnd, &r);
+  RowView v;
+  v.rows = g_panel.doc ? static_cast<int32_t>(g_panel.doc->history.states.size()) + 1 : 0;
+  v.rowHeight = MulDiv(kRowDip, static_cast<int>(WindowDpi(hwnd)), 96);
+  v.viewHeight = std::max(0, static_cast<int>(r.bottom) - Header(hwnd));
+  return v;
+}
+
+// Places and sets the scroll bar for the rows as they are now.
+void UpdateBar(HWND hwnd) {
+  const RowView v = View(hwnd);
+  g_panel.offset = ClampRowOffset(v, g_panel.offset);
+  if (!g_panel.bar) return;
+  RECT r;
+  GetClientRect(hwnd, &r);
+  const int width = MulDiv(GetSystemMetrics(SM_CXVSCROLL), static_cast<int>(WindowDpi(hwnd)),
+                           static_cast<int>(SystemDpi()));
+  g_panel.barWidth = MaxRowOffset(v) > 0 ? width : 0;
+  MoveWindow(g_panel.bar, r.right - width, Header(hwnd), width, v.viewHeight, TRUE);
+  SCROLLINFO info{sizeof info, SIF_RANGE | SIF_PAGE | SIF_POS};
+  info.nMax = std::max(0, v.rows * v.rowHeight - 1);
+  info.nPage = static_cast<UINT>(v.viewHeight);
+  info.nPos = g_panel.offset;
+  SetScrollInfo(g_panel.bar, SB_CTL, &info, TRUE);
+  ShowWindow(g_panel.bar, MaxRowOffset(v) > 0 ? SW_SHOWNA : SW_HIDE);
+}
+
+void ScrollTo(HWND hwnd, int32_t offset) {
+  const int32_t clamped = ClampRowOffset(View(hwnd), offset);
+  if (clamped == g_panel.offset) return;
+  g_panel.offset = clamped;
+  UpdateBar(hwnd);
+  InvalidateRect(hwnd, nullptr, FALSE);
+}
+
+// After the history moved or the panel changed size: the current row in view.
+void ShowCurrent(HWND hwnd) {
+  const RowView v = View(hwnd);
+  if (g_panel.doc) g_panel.offset = OffsetShowingRow(v, g_panel.offset, g_panel.doc->history.current);
+  UpdateBar(hwnd);
+  InvalidateRect(hwnd, nullptr, FALSE);
+}
 
 // Issues Undo or Redo through the main window's command path, as the menu
 // does; reports whether the history moved.
@@ -35,7 +89,7 @@ void Paint(HWND hwnd) {
   RECT r;
   GetClientRect(hwnd, &r);
   const UINT dpi = WindowDpi(hwnd);
-  const int header = MulDiv(kHeaderDip, dpi, 96), row = MulDiv(kRowDip, dpi, 96);
+  const int header = Header(hwnd), row = MulDiv(kRowDip, dpi, 96);
   const bool dark = g_panel.dark;
   HBRUSH back = CreateSolidBrush(dark ? RGB(0x25, 0x26, 0x2A) : RGB(0xFA, 0xFA, 0xFA));
   FillRect(dc, &r, back);
@@ -57,11 +111,16 @@ void Paint(HWND hwnd) {
     SetTextColor(dc, dim);
     DrawTextW(dc, L"No image open", -1, &body, DT_SINGLELINE | DT_VCENTER | DT_CENTER);
   } else {
+    // The rows scroll under the header, beside the bar when it is shown.
+    const int right = g_panel.barWidth;
+    IntersectClipRect(dc, r.left, r.top + header, r.right - right, r.bottom);
     const auto rows = HistoryRows(*g_panel.doc);
     const int32_t current = g_panel.doc->history.current;
-    for (std::size_t i = 0; i < rows.size(); ++i) {
-      RECT line{r.left, r.top + header + row * static_cast<int>(i), r.right,
-                r.top + header + row * static_cast<int>(i + 1)};
+    const int32_t first = std::max(0, g_panel.offset / row);
+    for (std::size_t i = static_cast<std::size_t>(first); i < rows.size(); ++i) {
+      const int top = r.top + header + row * static_cast<int>(i) - g_panel.offset;
+      if (top >= r.bottom) break;
+      RECT line{r.left, top, r.right - right, top + row};
       if (static_cast<int32_t>(i) == current) {
         HBRUSH mark = CreateSolidBrush(dark ? RGB(0x2F, 0x5D, 0x9E) : RGB(0xCC, 0xE0, 0xFA));
         FillRect(dc, &line, mark);
@@ -80,27 +139,65 @@ void Paint(HWND hwnd) {
   EndPaint(hwnd, &ps);
 }
 
+void OnScroll(HWND hwnd, int code) {
+  const RowView v = View(hwnd);
+  SCROLLINFO info{sizeof info, SIF_TRACKPOS};
+  GetScrollInfo(g_panel.bar, SB_CTL, &info);
+  int32_t to = g_panel.offset;
+  switch (code) {
+    case SB_LINEUP: to -= v.rowHeight; break;
+    case SB_LINEDOWN: to += v.rowHeight; break;
+    case SB_PAGEUP: to -= std::max(v.rowHeight, v.viewHeight - v.rowHeight); break;
+    case SB_PAGEDOWN: to += std::max(v.rowHeight, v.viewHeight - v.rowHeight); break;
+    case SB_THUMBTRACK:
+    case SB_THUMBPOSITION: to = info.nTrackPos; break;
+    case SB_TOP: to = 0; break;
+    case SB_BOTTOM: to = MaxRowOffset(v); break;
+    default: return;
+  }
+  ScrollTo(hwnd, to);
+}
+
 LRESULT CALLBACK PanelProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
   switch (msg) {
+    case WM_CREATE:
+      g_panel.bar = CreateWindowExW(0, L"SCROLLBAR", L"", WS_CHILD | SBS_VERT, 0, 0, 10, 10, hwnd, nullptr,
+                                    reinterpret_cast<CREATESTRUCTW*>(lp)->hInstance, nullptr);
+      return 0;
+    case WM_DESTROY:
+      g_panel.bar = nullptr;
+      return 0;
     case WM_PAINT:
       Paint(hwnd);
       return 0;
     case WM_ERASEBKGND:
       return 1;
+    case WM_SIZE:
+      ShowCurrent(hwnd);
+      return 0;
+    case WM_VSCROLL:
+      if (reinterpret_cast<HWND>(lp) == g_panel.bar) OnScroll(hwnd, LOWORD(wp));
+      return 0;
+    case WM_MOUSEWHEEL: {
+      UINT lines = 3;
+      SystemParametersInfoW(SPI_GETWHEELSCROLLLINES, 0, &lines, 0);
+      const int32_t perNotch = lines == WHEEL_PAGESCROLL ? std::max(1, View(hwnd).viewHeight / View(hwnd).rowHeight)
+                                                         : static_cast<int32_t>(lines);
+      ScrollTo(hwnd, WheelRowOffset(View(hwnd), g_panel.offset, GET_WHEEL_DELTA_WPARAM(wp), perNotch));
+      return 0;
+    }
+    case WM_CTLCOLORSCROLLBAR:
+      if (HBRUSH brush = DialogControlColor(msg, wp)) return reinterpret_cast<LRESULT>(brush);
+      break;
     case WM_LBUTTONDOWN: {
       if (!g_panel.doc) return 0;
-      const UINT dpi = WindowDpi(hwnd);
-      const int y = GET_Y_LPARAM(lp) - MulDiv(kHeaderDip, dpi, 96);
-      if (y < 0) return 0;
-      const int32_t row = y / MulDiv(kRowDip, dpi, 96);
-      if (row > static_cast<int32_t>(g_panel.doc->history.states.size()) ||
-          row == g_panel.doc->history.current)
-        return 0;
+      const int32_t row = RowAtY(View(hwnd), g_panel.offset, GET_Y_LPARAM(lp) - Header(hwnd));
+      if (row < 0 || row == g_panel.doc->history.current) return 0;
       HWND main = GetAncestor(hwnd, GA_ROOT);
       JumpToHistoryRow(*g_panel.doc, row, &SendHistoryCommand, main);
       // The keyboard belongs to the canvas again.
       if (HWND canvas = FindWindowExW(main, nullptr, L"KZCanvas", nullptr)) SetFocus(canvas);
-      InvalidateRect(hwnd, nullptr, FALSE);
+      ShowCurrent(hwnd);
       return 0;
     }
   }
@@ -119,21 +216,23 @@ void RegisterHistoryPanelClass(HINSTANCE instance) {
 }
 
 HWND CreateHistoryPanel(HWND parent, HINSTANCE instance) {
-  return CreateWindowExW(0, L"KZHistory", L"History", WS_CHILD | WS_CLIPSIBLINGS, 0, 0, 100, 100,
-                         parent, nullptr, instance, nullptr);
+  return CreateWindowExW(0, L"KZHistory", L"History", WS_CHILD | WS_CLIPSIBLINGS | WS_CLIPCHILDREN, 0, 0, 100,
+                         100, parent, nullptr, instance, nullptr);
 }
 
 void SetHistoryPanelDocument(HWND panel, const Document* doc) {
+  if (doc != g_panel.doc) g_panel.offset = 0;
   g_panel.doc = doc;
-  InvalidateRect(panel, nullptr, FALSE);
+  ShowCurrent(panel);
 }
 
 void SetHistoryPanelTheme(HWND panel, bool dark) {
   g_panel.dark = dark;
+  if (g_panel.bar) SetControlDarkMode(g_panel.bar, dark);
   InvalidateRect(panel, nullptr, FALSE);
 }
 
-void RefreshHistoryPanel(HWND panel) { InvalidateRect(panel, nullptr, FALSE); }
+void RefreshHistoryPanel(HWND panel) { ShowCurrent(panel); }
 
 int HistoryPanelWidth(UINT dpi) { return MulDiv(kWidthDip, dpi, 96); }
 

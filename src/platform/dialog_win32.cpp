@@ -4,6 +4,10 @@
 
 #include <cstring>
 
+#include "platform/message_box_win32.h"
+#include "platform/modal_win32.h"
+#include "platform/theme_win32.h"
+
 namespace tavora {
 namespace {
 
@@ -54,7 +58,20 @@ struct DialogContext {
   std::vector<DialogField>* fields;
   DialogValidator validate;
   const DialogExtraButton* extra;
+  bool done = false;
+  bool accepted = false;
 };
+
+void Finish(DialogContext& ctx, bool accepted) {
+  ctx.accepted = accepted;
+  ctx.done = true;
+}
+
+// A DLGPROC gives a message's value through DWLP_MSGRESULT.
+INT_PTR Result(HWND dlg, LRESULT value) {
+  SetWindowLongPtrW(dlg, DWLP_MSGRESULT, value);
+  return TRUE;
+}
 
 std::wstring WindowText(HWND h) {
   std::wstring s(static_cast<std::size_t>(GetWindowTextLengthW(h)) + 1, L'\0');
@@ -92,23 +109,42 @@ INT_PTR CALLBACK DialogProc(HWND dlg, UINT msg, WPARAM wp, LPARAM lp) {
         if (ctx->validate) {
           const std::wstring problem = ctx->validate(edited);
           if (!problem.empty()) {
-            MessageBoxW(dlg, problem.c_str(), L"Tavora", MB_OK | MB_ICONINFORMATION);
+            ShowMessageBox(dlg, problem, L"Tavora", MB_OK | MB_ICONINFORMATION);
             return TRUE;
           }
         }
         *ctx->fields = std::move(edited);
-        EndDialog(dlg, IDOK);
+        Finish(*ctx, true);
         return TRUE;
       }
       if (LOWORD(wp) == kExtraButton && ctx->extra && ctx->extra->action) {
-        if (ctx->extra->action(dlg)) EndDialog(dlg, IDCANCEL);
+        if (ctx->extra->action(dlg)) Finish(*ctx, false);
         return TRUE;
       }
       if (LOWORD(wp) == IDCANCEL) {
-        EndDialog(dlg, IDCANCEL);
+        Finish(*ctx, false);
         return TRUE;
       }
       break;
+    case WM_CLOSE:
+      if (ctx) Finish(*ctx, false);
+      return TRUE;
+    case WM_DRAWITEM: {
+      const auto& item = *reinterpret_cast<const DRAWITEMSTRUCT*>(lp);
+      DrawPushButton(item, item.CtlID == IDOK);
+      return TRUE;
+    }
+    case DM_GETDEFID:
+      // The system's push buttons of the light theme keep the dialog
+      // manager's own answer.
+      if (!DialogThemeDark()) break;
+      return Result(dlg, DefaultButtonAnswer(dlg, IDOK));
+    case WM_CTLCOLORDLG:
+    case WM_CTLCOLORSTATIC:
+    case WM_CTLCOLORBTN:
+    case WM_CTLCOLOREDIT:
+    case WM_CTLCOLORLISTBOX:
+      return reinterpret_cast<INT_PTR>(DialogControlColor(msg, wp));
   }
   return FALSE;
 }
@@ -151,16 +187,23 @@ bool RunFieldDialog(HWND owner, const std::wstring& title, std::vector<DialogFie
     }
   }
   const short buttons = static_cast<short>(height - kMargin - 14);
-  t.Item(BS_DEFPUSHBUTTON | WS_TABSTOP, width - kMargin - 100, buttons, 48, 14, IDOK, 0x0080, L"OK");
-  t.Item(BS_PUSHBUTTON | WS_TABSTOP, width - kMargin - 48, buttons, 48, 14, IDCANCEL, 0x0080,
+  t.Item(PushButtonStyle(true) | WS_TABSTOP, width - kMargin - 100, buttons, 48, 14, IDOK, 0x0080, L"OK");
+  t.Item(PushButtonStyle(false) | WS_TABSTOP, width - kMargin - 48, buttons, 48, 14, IDCANCEL, 0x0080,
          L"Cancel");
   if (extra)
-    t.Item(BS_PUSHBUTTON | WS_TABSTOP, kMargin, buttons, 90, 14, kExtraButton, 0x0080, extra->label);
+    t.Item(PushButtonStyle(false) | WS_TABSTOP, kMargin, buttons, 90, 14, kExtraButton, 0x0080, extra->label);
   t.Align();
   DialogContext ctx{&fields, validate, extra};
-  return DialogBoxIndirectParamW(GetModuleHandleW(nullptr),
-                                 reinterpret_cast<LPCDLGTEMPLATEW>(t.Bytes().data()), owner,
-                                 DialogProc, reinterpret_cast<LPARAM>(&ctx)) == IDOK;
+  // Built hidden and run by the program's modal loop, as its other dialogs.
+  HWND dialog = CreateDialogIndirectParamW(GetModuleHandleW(nullptr),
+                                           reinterpret_cast<LPCDLGTEMPLATEW>(t.Bytes().data()), owner,
+                                           DialogProc, reinterpret_cast<LPARAM>(&ctx));
+  if (!dialog) return false;
+  ThemeDialog(dialog);
+  HWND focus = GetFocus();
+  if (!IsChild(dialog, focus)) focus = GetNextDlgTabItem(dialog, nullptr, FALSE);
+  ModalWindow(dialog, owner).Run(ctx.done, focus);
+  return ctx.accepted;
 }
 
 bool ChooseColorDialog(HWND owner, uint32_t& color) {
@@ -171,6 +214,7 @@ bool ChooseColorDialog(HWND owner, uint32_t& color) {
   cc.rgbResult = RGB((color >> 16) & 255, (color >> 8) & 255, color & 255);
   cc.lpCustColors = custom;
   cc.Flags = CC_RGBINIT | CC_FULLOPEN;
+  SystemModalWatch watch;
   if (!ChooseColorW(&cc)) return false;
   color = 0xFF000000u | (uint32_t{GetRValue(cc.rgbResult)} << 16) |
           (uint32_t{GetGValue(cc.rgbResult)} << 8) | GetBValue(cc.rgbResult);

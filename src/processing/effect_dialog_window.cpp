@@ -14,6 +14,9 @@
 #include "document/composite.h"
 #include "platform/dialog_win32.h"
 #include "platform/dpi_win32.h"
+#include "platform/message_box_win32.h"
+#include "platform/modal_win32.h"
+#include "platform/theme_win32.h"
 #include "processing/adjustments.h"
 #include "processing/effect_dialog.h"
 
@@ -35,6 +38,7 @@ struct DialogState {
   HWND window = nullptr;
   std::vector<HWND> edits, sliders;
   HWND choice = nullptr, option = nullptr, preview = nullptr;
+  HWND focus = nullptr;  // the control with the focus when the dialog was last active
   bool hasColors = false;
   uint32_t colors[2] = {0xFF000000, 0xFFFFFFFF};
   uint32_t panel[2] = {0xFF000000, 0xFFFFFFFF};  // the colour boxes' primary and secondary
@@ -190,7 +194,7 @@ LRESULT CALLBACK DialogProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
         if (bad >= 0) {
           const ParamRow& row = d->def->rows[static_cast<std::size_t>(bad)];
           const std::u16string message = RangeMessage(row.minimum, row.maximum);
-          MessageBoxW(hwnd, Wide(message).c_str(), L"Tavora", MB_OK | MB_ICONINFORMATION);
+          ShowMessageBox(hwnd, Wide(message), L"Tavora", MB_OK | MB_ICONINFORMATION);
           SetFocus(d->edits[static_cast<std::size_t>(bad)]);
           SendMessageW(d->edits[static_cast<std::size_t>(bad)], EM_SETSEL, 0, -1);
           return 0;
@@ -236,9 +240,38 @@ LRESULT CALLBACK DialogProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
         Restart(*d, 90);
       return 0;
     }
-    case WM_DRAWITEM:
-      DrawColorButton(*d, *reinterpret_cast<const DRAWITEMSTRUCT*>(lp));
+    case WM_DRAWITEM: {
+      const auto& item = *reinterpret_cast<const DRAWITEMSTRUCT*>(lp);
+      if (item.CtlID == kColor1Id || item.CtlID == kColor2Id) DrawColorButton(*d, item);
+      else DrawPushButton(item, item.CtlID == IDOK);
       return TRUE;
+    }
+    case DM_GETDEFID:
+      return DefaultButtonAnswer(hwnd, IDOK);
+    case WM_ACTIVATE:
+      // As a dialog does: the focus goes back to the control that had it.
+      if (LOWORD(wp) == WA_INACTIVE) {
+        if (IsChild(hwnd, GetFocus())) d->focus = GetFocus();
+      } else if (d->focus && IsWindow(d->focus)) {
+        SetFocus(d->focus);
+        return 0;
+      }
+      break;
+    case WM_NOTIFY:
+      return DrawSliderPart(*reinterpret_cast<const NMHDR*>(lp));
+    case WM_ERASEBKGND: {
+      RECT r;
+      GetClientRect(hwnd, &r);
+      HBRUSH back = DialogThemeDark() ? DialogWindowBrush() : GetSysColorBrush(COLOR_BTNFACE);
+      FillRect(reinterpret_cast<HDC>(wp), &r, back);
+      return 1;
+    }
+    case WM_CTLCOLORSTATIC:
+    case WM_CTLCOLORBTN:
+    case WM_CTLCOLOREDIT:
+    case WM_CTLCOLORLISTBOX:
+      if (HBRUSH brush = DialogControlColor(msg, wp)) return reinterpret_cast<LRESULT>(brush);
+      break;
     case WM_CLOSE:
       d->done = true;
       return 0;
@@ -346,9 +379,9 @@ bool RunEffectDialog(HWND owner, Document& doc, const EffectDef& def, uint32_t p
                                   S(70), S(24), kColor1Id + i, font);
     }
     y += S(30);
-    Control(d.window, L"Button", L"Use primary && secondary", BS_PUSHBUTTON | WS_TABSTOP, S(14), y, S(200),
-            S(26), kPanelColorsId, font);
-    Control(d.window, L"Button", L"Swap colors", BS_PUSHBUTTON | WS_TABSTOP, S(236), y, S(154), S(26),
+    Control(d.window, L"Button", L"Use primary && secondary", PushButtonStyle(false) | WS_TABSTOP, S(14), y,
+            S(200), S(26), kPanelColorsId, font);
+    Control(d.window, L"Button", L"Swap colors", PushButtonStyle(false) | WS_TABSTOP, S(236), y, S(154), S(26),
             kSwapColorsId, font);
     y += S(30);
   }
@@ -374,41 +407,38 @@ bool RunEffectDialog(HWND owner, Document& doc, const EffectDef& def, uint32_t p
   const bool live = ParseRememberedIndex(AppSettings().GetString(section, key(kPreviewId)), 1)
                         .value_or(def.livePreview ? 1 : 0) == 1;
   SendMessageW(d.preview, BM_SETCHECK, live ? BST_CHECKED : BST_UNCHECKED, 0);
-  Control(d.window, L"Button", L"Apply", BS_DEFPUSHBUTTON | WS_TABSTOP, width - S(200), y + S(4), S(88), S(28),
-          IDOK, font);
-  Control(d.window, L"Button", L"Cancel", BS_PUSHBUTTON | WS_TABSTOP, width - S(104), y + S(4), S(88), S(28),
-          IDCANCEL, font);
+  Control(d.window, L"Button", L"Apply", PushButtonStyle(true) | WS_TABSTOP, width - S(200), y + S(4), S(88),
+          S(28), IDOK, font);
+  Control(d.window, L"Button", L"Cancel", PushButtonStyle(false) | WS_TABSTOP, width - S(104), y + S(4), S(88),
+          S(28), IDCANCEL, font);
   RECT client;
   GetClientRect(d.window, &client);
   const int extra = (y + S(48)) - client.bottom;
   SetWindowPos(d.window, nullptr, 0, 0, width, height + extra, SWP_NOMOVE | SWP_NOZORDER);
-  ShowWindow(d.window, SW_SHOW);
+  ThemeDialog(d.window);
   if (live) Restart(d, 10);
 
-  // Modal: the owner is disabled until the dialog ends.
-  EnableWindow(owner, FALSE);
-  MSG msg;
-  while (!d.done && GetMessageW(&msg, nullptr, 0, 0) > 0) {
-    if (IsDialogMessageW(d.window, &msg)) continue;
-    TranslateMessage(&msg);
-    DispatchMessageW(&msg);
+  {
+    // Modal: the owner is disabled until the dialog ends.
+    ModalWindow modal(d.window, owner);
+    // The first value is ready to be typed over.
+    d.focus = d.edits.empty() ? GetDlgItem(d.window, IDOK) : d.edits[0];
+    if (!d.edits.empty()) SendMessageW(d.focus, EM_SETSEL, 0, -1);
+    modal.Run(d.done, d.focus);
+    KillTimer(d.window, kPreviewTimer);
+    const EffectValues values = ReadValues(d);
+    if (d.applied) {
+      Remember(d, values);
+      RestoreSaved(d, false);
+      alignas(8) unsigned char block[64] = {};
+      def.packer(values, block);
+      ApplyToSelection(doc, def.historyName, def.operation, block,
+                       EffectDialogMargin(def, values.rows.empty() ? 0 : values.rows[0]));
+    } else {
+      RestoreSaved(d, true);
+    }
   }
-  KillTimer(d.window, kPreviewTimer);
-  const EffectValues values = ReadValues(d);
-  if (d.applied) {
-    Remember(d, values);
-    RestoreSaved(d, false);
-    alignas(8) unsigned char block[64] = {};
-    def.packer(values, block);
-    ApplyToSelection(doc, def.historyName, def.operation, block,
-                     EffectDialogMargin(def, values.rows.empty() ? 0 : values.rows[0]));
-  } else {
-    RestoreSaved(d, true);
-  }
-  EnableWindow(owner, TRUE);
-  DestroyWindow(d.window);
   DeleteObject(font);
-  SetActiveWindow(owner);
   g_dialog = nullptr;
   return d.applied;
 }

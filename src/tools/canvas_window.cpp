@@ -11,6 +11,7 @@
 #include "base/command_ids.h"
 #include "document/composite.h"
 #include "platform/dpi_win32.h"
+#include "platform/modal_win32.h"
 #include "tools/canvas.h"
 #include "tools/canvas_view.h"
 #include "tools/tool_input.h"
@@ -463,6 +464,14 @@ void MouseMove(HWND hwnd, CanvasState& s, LPARAM lp) {
   AfterToolInput(hwnd, s);
 }
 
+// A press is the canvas's own only when it was made on the canvas: not
+// while a modal window is up over it, nor on one that has gone since (a
+// loop of the system's may hand such a click on). A release or a drag move
+// whose press the canvas did not take does nothing.
+bool OwnPress(HWND hwnd, UINT msg) {
+  return IsWindowEnabled(GetAncestor(hwnd, GA_ROOT)) && !IsLeftoverModalClick(msg, GetMessageTime());
+}
+
 LRESULT CALLBACK CanvasProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
   CanvasState* s = State(hwnd);
   switch (msg) {
@@ -486,6 +495,7 @@ LRESULT CALLBACK CanvasProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
     case WM_LBUTTONDBLCLK:
     case WM_RBUTTONDOWN:
     case WM_RBUTTONDBLCLK:
+      if (!OwnPress(hwnd, msg)) return 0;
       SetFocus(hwnd);
       // The empty canvas opens a file, as "Open image (Ctrl+O)" does.
       if (s && !s->doc) {
@@ -505,7 +515,7 @@ LRESULT CALLBACK CanvasProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
       if (s && s->toolButton == (msg == WM_LBUTTONUP ? 1 : 2)) EndToolDrag(hwnd, *s, lp);
       return 0;
     case WM_MBUTTONDOWN:
-      if (s && s->doc && !s->toolButton) StartPan(hwnd, *s, lp);
+      if (s && s->doc && !s->toolButton && OwnPress(hwnd, msg)) StartPan(hwnd, *s, lp);
       return 0;
     case WM_MOUSEMOVE:
       if (s) MouseMove(hwnd, *s, lp);

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # End-to-end: Ctrl+M's Brightness / Contrast preview changes the canvas and
 # Cancel restores it exactly; Ctrl+Shift+G greys the picture, and Ctrl+S
-# saves the grey picture in place.
+# saves the grey picture in place. The dialog is dark in the dark theme and
+# light after View > Theme > Light.
 # Usage: adjust.sh TAVORA_EXE WINE_RUN OUTPUT_DIR
 set -euo pipefail
 exe="$1"; wine_run="$2"; out="$3"
@@ -24,9 +25,22 @@ splash_gone
 sleep 1
 before=$(sample)
 
+# The screen colour at X,Y as RRGGBB.
+colour() {
+  import -window root "$work/shot.png"
+  convert "$work/shot.png" -format "%[hex:p{$1,$2}]" info: | cut -c1-6
+}
+# The background of the dialog's client area, at its bottom-left corner.
+dialog_colour() {
+  eval "$(xdotool getwindowgeometry --shell "$dlg")"
+  colour $((X + 4)) $((Y + HEIGHT - 4))
+}
+
 xdotool windowfocus --sync "$main"
 xdotool key ctrl+m
 dlg=$(window '^Brightness / Contrast$') || fail "Ctrl+M opened no dialog"
+sleep 0.5
+[ "$(dialog_colour)" = "2B2C30" ] || fail "the dialog is not dark in the dark theme"
 eval "$(xdotool getwindowgeometry --shell "$dlg")"
 xdotool mousemove $((X + 190)) $((Y + 26)) click 1
 xdotool key ctrl+a
@@ -49,4 +63,15 @@ sleep 2
 import -window root "$out/adjust-grey.png"
 colours=$(convert "$work/pic.png" -colorspace HSL -channel G -separate -format '%[fx:maxima]' info:)
 [ "$colours" = "0" ] || fail "the saved picture is not grey (saturation $colours)"
+
+xdotool windowfocus --sync "$main"
+xdotool key alt+v t l
+sleep 1
+xdotool key ctrl+m
+dlg=$(window '^Brightness / Contrast$') || fail "Ctrl+M opened no dialog in the light theme"
+sleep 0.5
+import -window root "$out/adjust-light.png"
+light=$(dialog_colour)
+[ $((16#${light:0:2})) -ge 192 ] && [ $((16#${light:4:2})) -ge 192 ] || fail "the dialog is not light in the light theme ($light)"
+xdotool key Escape
 echo "adjustments: 1 passed, 0 failed"

@@ -3,7 +3,8 @@
 # options bar paints a stroke that undo and redo take away and give back;
 # the saved pixels equal the stroke tavora-cli computes for the same path.
 # A rectangle selection keeps a second stroke inside it, and after a
-# restart the Brush still has the size typed before.
+# restart the Brush still has the size typed before. A click on a dialog's
+# button never reaches the canvas beneath it.
 # Usage: brush_stroke.sh TAVORA_EXE TAVORA_CLI_EXE WINE_RUN OUTPUT_DIR
 set -euo pipefail
 exe="$1"; cli="$2"; wine_run="$3"; out="$4"
@@ -104,4 +105,40 @@ stroke $path
 saved "$work/three.tvl"
 flat "$work/three.tvl" "$work/three.png"
 [ "$(differ "$work/three.png" "$work/expected.png")" = "0" ] || fail "after a restart the stroke differs"
+
+# With the Brush current, a click on a dialog's button never paints on the
+# canvas beneath it. Gaussian Blur's Apply is clicked once right after the
+# pointer moves onto it (that first click must take); the next time it is
+# held, released and at once clicked again, so that the second press is
+# queued with the release and still waits when the dialog closes. Exactly
+# the two blurs are applied and no dab is painted: the picture is the one
+# tavora-cli blurs twice, and two undos give back the picture before.
+blur_apply() {  # XDOTOOL_MOUSE_COMMANDS...
+  xdotool windowfocus --sync "$main"
+  xdotool key alt+c b g
+  dlg=$(window '^Gaussian Blur$') || fail "Effects > Blur > Gaussian Blur opened no dialog"
+  sleep 1
+  eval "$(xdotool getwindowgeometry --shell "$dlg")"
+  xdotool mousemove $((X + WIDTH - 150)) $((Y + HEIGHT - 30)) "$@"  # Apply
+  for _ in $(seq 1 20); do xdotool search --onlyvisible --name '^Gaussian Blur$' >/dev/null 2>&1 || break; sleep 0.3; done
+  ! xdotool search --onlyvisible --name '^Gaussian Blur$' >/dev/null 2>&1 || fail "Apply did not take the first click"
+  sleep 3  # a click let through reaches the canvas late under Wine
+}
+blur_apply click 1
+blur_apply mousedown 1 sleep 0.3 mouseup 1 click 1
+import -window root "$out/brush-after-dialog.png"
+saved "$work/blurred.tvl"
+"$wine_run" "$cli" apply gaussian-blur gaussian-blur "$(winpath "$work/three.tvl")" \
+  "$(winpath "$work/expected4.tvl")" >/dev/null
+flat "$work/blurred.tvl" "$work/blurred.png"
+flat "$work/expected4.tvl" "$work/expected4.png"
+[ "$(differ "$work/blurred.png" "$work/expected4.png")" = "0" ] || fail "Apply did more than blur twice"
+xdotool windowfocus --sync "$main"
+xdotool key ctrl+z
+sleep 0.5
+xdotool key ctrl+z
+sleep 0.5
+saved "$work/unblurred.tvl"
+flat "$work/unblurred.tvl" "$work/unblurred.png"
+[ "$(differ "$work/unblurred.png" "$work/three.png")" = "0" ] || fail "a click on Apply reached the canvas"
 echo "brush stroke: 1 passed, 0 failed"
