@@ -61,8 +61,11 @@ TEST(ResampleDialog, RemembersItsValuesAndReplacesThoseOutOfRange) {
   o.denoise = true;
   o.edge = 0;
   SaveResizeOptions(store, o);
-  std::ifstream file(store.Path(), std::ios::binary);
-  const std::string text((std::istreambuf_iterator<char>(file)), {});
+  // Closed at once: on Windows an open file cannot be replaced.
+  const std::string text = [&] {
+    std::ifstream file(store.Path(), std::ios::binary);
+    return std::string((std::istreambuf_iterator<char>(file)), {});
+  }();
   EXPECT_EQ(text,
             "[Dlg Resize Image]\r\nmode=2\r\nalgo1=5\r\nalgo2=2\r\nsharpen=30\r\ndetail=90\r\ngrain=12\r\n"
             "denoise=1\r\nedge=0\r\n");
