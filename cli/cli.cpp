@@ -29,7 +29,7 @@ namespace {
 
 constexpr const char* kUsage =
     "usage: tavora-cli info [--json] FILE\n"
-    "       tavora-cli convert [--flatten] IN OUT\n"
+    "       tavora-cli convert [--flatten] [--exposure=EV] [--quality=Q | --lossless] IN OUT\n"
     "       tavora-cli apply [--selection=MASK.pgm] OP[=v1,v2,...] [OP...] IN OUT\n"
     "       tavora-cli ops\n"
     "       tavora-cli paint [--selection=MASK.pgm] TOOL [KEY=VALUE...] X,Y [X,Y...] IN OUT\n";
@@ -541,12 +541,38 @@ int RunCli(const std::vector<std::u16string>& args, std::string& out, std::strin
     return SaveResult(*doc, outPath, mask, err);
   }
   std::vector<std::u16string> operands;
-  bool json = false, flatten = false;
+  bool json = false, flatten = false, lossless = false;
+  std::optional<double> exposure, quality;
+  // "--key=value" options of convert, checked against their ranges.
+  auto ranged = [&](std::u16string_view arg, std::u16string_view key, double low, double high,
+                    std::optional<double>& into) {
+    if (!arg.starts_with(key)) return false;
+    const ParamRow row{key, low, high, low, 1, RowKind::Edit};
+    into = ParseTypedValue(arg.substr(key.size()), row);
+    if (!into) err += Utf16ToUtf8(key.substr(2, key.size() - 3)) + ": " + Utf16ToUtf8(RangeMessage(low, high)) + "\n";
+    return true;
+  };
   for (std::size_t i = 1; i < args.size(); ++i) {
-    if (command == u"info" && args[i] == u"--json") json = true;
-    else if (command == u"convert" && args[i] == u"--flatten") flatten = true;
-    else if (args[i].size() > 1 && args[i][0] == u'-' && args[i][1] == u'-') return Usage(err);
-    else operands.push_back(args[i]);
+    const std::u16string_view arg = args[i];
+    if (command == u"info" && arg == u"--json") {
+      json = true;
+    } else if (command == u"convert" && arg == u"--flatten") {
+      flatten = true;
+    } else if (command == u"convert" && arg == u"--lossless") {
+      lossless = true;
+    } else if (command == u"convert" && (ranged(arg, u"--exposure=", -6, 6, exposure) ||
+                                         ranged(arg, u"--quality=", 1, 100, quality))) {
+      if ((arg.starts_with(u"--exposure=") && !exposure) || (arg.starts_with(u"--quality=") && !quality))
+        return kCliUsage;
+    } else if (arg.size() > 1 && arg[0] == u'-' && arg[1] == u'-') {
+      return Usage(err);
+    } else {
+      operands.push_back(args[i]);
+    }
+  }
+  if (quality && lossless) {
+    err += "--quality and --lossless exclude each other\n";
+    return Usage(err);
   }
 
   if (command == u"info" && operands.size() == 1) {
@@ -558,10 +584,15 @@ int RunCli(const std::vector<std::u16string>& args, std::string& out, std::strin
   }
   if (command == u"convert" && operands.size() == 2) {
     const auto in = ToPath(operands[0]), outPath = ToPath(operands[1]);
-    auto doc = OpenDocument(in);
+    OpenOptions open;
+    open.hdrExposure = static_cast<float>(exposure.value_or(0));
+    auto doc = ReadDocumentFile(in, open);
     if (!doc) return CannotOpen(in, err);
     if (flatten) FlattenLayers(*doc);
-    if (!SaveDocument(*doc, outPath)) return CannotSave(outPath, err);
+    EncodeOptions options = EncodeOptionsFor(outPath, *doc);
+    options.quality = static_cast<int32_t>(quality.value_or(90));
+    options.lossless = lossless;
+    if (!WriteDocumentFile(*doc, outPath, options)) return CannotSave(outPath, err);
     return kCliOk;
   }
   return Usage(err);

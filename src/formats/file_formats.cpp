@@ -6,6 +6,9 @@
 #include "document/composite.h"
 #include "document/size_limits.h"
 #include "formats/layered_format.h"
+#include "formats/psd_reader.h"
+#include "formats/radiance_hdr.h"
+#include "formats/webp_codec.h"
 
 namespace tavora {
 namespace {
@@ -23,14 +26,29 @@ bool OneOf(std::u16string_view ext, std::initializer_list<std::u16string_view> l
 
 char16_t Fold(char16_t c) { return c >= u'A' && c <= u'Z' ? char16_t(c - u'A' + u'a') : c; }
 
-std::unique_ptr<Document> ReadWithCodec(const std::filesystem::path& path);
+std::unique_ptr<Document> ReadWithCodec(const std::filesystem::path& path, const OpenOptions&);
 bool WriteWithCodec(Document& doc, const std::filesystem::path& path, const EncodeOptions& options);
-std::unique_ptr<Document> ReadLayered(const std::filesystem::path& path) { return ReadLayeredDocument(path); }
+std::unique_ptr<Document> ReadLayered(const std::filesystem::path& path, const OpenOptions&) {
+  return ReadLayeredDocument(path);
+}
 bool WriteLayered(Document& doc, const std::filesystem::path& path, const EncodeOptions&) {
   return WriteLayeredDocument(doc, path);
 }
+std::unique_ptr<Document> ReadWebp(const std::filesystem::path& path, const OpenOptions&) {
+  auto image = ReadWebpFile(path);
+  return image ? DocumentFromPicture(std::move(image->pixels), 72) : nullptr;
+}
+bool WriteWebp(Document& doc, const std::filesystem::path& path, const EncodeOptions& options) {
+  return WriteWebpFile(path, FlatCopy(doc, 0xFFFFFF, Matte::None), options.quality, options.lossless);
+}
+std::unique_ptr<Document> ReadHdr(const std::filesystem::path& path, const OpenOptions& options) {
+  return ReadRadianceHdr(path, options.hdrExposure);
+}
+std::unique_ptr<Document> ReadPhotoshop(const std::filesystem::path& path, const OpenOptions&) {
+  return ReadPsd(path);
+}
 
-using Reader = std::unique_ptr<Document> (*)(const std::filesystem::path&);
+using Reader = std::unique_ptr<Document> (*)(const std::filesystem::path&, const OpenOptions&);
 using Writer = bool (*)(Document&, const std::filesystem::path&, const EncodeOptions&);
 
 // One row per format, in the order of the dialogs. A format is offered
@@ -59,9 +77,9 @@ const FormatEntry kFormats[] = {
     {FileClass::SystemCodec, {u".tif", u".tiff"}, u"TIFF", u"*.tif;*.tiff", u"TIFF (*.tif)", u".tif",
      &ReadWithCodec, &WriteWithCodec},
     {FileClass::SystemCodec, {u".ico"}, {}, u"*.ico", {}, {}, &ReadWithCodec, nullptr},
-    {FileClass::WebP, {u".webp"}, u"WebP", u"*.webp", u"WebP (*.webp)", u".webp", nullptr, nullptr},
-    {FileClass::RadianceHdr, {u".hdr", u".pic"}, u"Radiance HDR", u"*.hdr", {}, {}, nullptr, nullptr},
-    {FileClass::Photoshop, {u".psd"}, u"Photoshop", u"*.psd", {}, {}, nullptr, nullptr},
+    {FileClass::WebP, {u".webp"}, u"WebP", u"*.webp", u"WebP (*.webp)", u".webp", &ReadWebp, &WriteWebp},
+    {FileClass::RadianceHdr, {u".hdr", u".pic"}, u"Radiance HDR", u"*.hdr", {}, {}, &ReadHdr, nullptr},
+    {FileClass::Photoshop, {u".psd"}, u"Photoshop", u"*.psd", {}, {}, &ReadPhotoshop, nullptr},
     {FileClass::NativeLayered, {u".tvl", u".kzl"}, u"Tavora layered", u"*.tvl;*.kzl",
      u"Tavora layered (*.tvl)", u".tvl", &ReadLayered, &WriteLayered},
 };
@@ -177,7 +195,7 @@ bool NeedsFlattenWarning(const Document& doc, const std::filesystem::path& chose
 
 namespace {
 
-std::unique_ptr<Document> ReadWithCodec(const std::filesystem::path& path) {
+std::unique_ptr<Document> ReadWithCodec(const std::filesystem::path& path, const OpenOptions&) {
   const SystemCodec* codec = CurrentSystemCodec();
   if (!codec) return nullptr;
   auto image = codec->decode(path);
@@ -207,13 +225,19 @@ bool WriteWithCodec(Document& doc, const std::filesystem::path& path, const Enco
 
 }  // namespace
 
-std::unique_ptr<Document> ReadDocumentFile(const std::filesystem::path& path) {
+std::unique_ptr<Document> ReadDocumentFile(const std::filesystem::path& path, const OpenOptions& options) {
   if (!CanOpenFile(path)) return nullptr;
-  std::unique_ptr<Document> doc = EntryFor(path).read(path);
+  const FormatEntry& entry = EntryFor(path);
+  std::unique_ptr<Document> doc = entry.read(path, options);
   if (!doc) return nullptr;
   doc->path = path;
   SetTitle(*doc);
   doc->modified = false;
+  if (entry.fileClass == FileClass::Photoshop || entry.fileClass == FileClass::RadianceHdr) {
+    // Never written back: the name stays as the title only.
+    doc->path.clear();
+    doc->modified = true;
+  }
   return doc;
 }
 

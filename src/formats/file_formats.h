@@ -66,7 +66,14 @@ inline constexpr std::u16string_view kCannotSave = u"The file could not be saved
 // Reads a file with the reader its extension selects; the document gets the
 // path and a clear modified flag. Nothing when it cannot be read (or the
 // format's reader is not available).
-[[nodiscard]] std::unique_ptr<Document> ReadDocumentFile(const std::filesystem::path& path);
+struct OpenOptions {
+  float hdrExposure = 0;  // EV, for Radiance HDR files
+};
+// Documents read from PSD and Radiance HDR files, which are never written
+// back, get no path: the file name as their title and the modified flag,
+// so that Save asks for a name and a format.
+[[nodiscard]] std::unique_ptr<Document> ReadDocumentFile(const std::filesystem::path& path,
+                                                         const OpenOptions& options = {});
 // Writes with the writer the extension selects: the layered format as it
 // is, other formats as the flattened picture (opaque for JPEG and BMP).
 [[nodiscard]] bool WriteDocumentFile(Document& doc, const std::filesystem::path& path,
