@@ -1,4 +1,5 @@
 #include "cli/cli.h"
+#include "cli/cli_batch.h"
 #include "cli/cli_draw.h"
 
 #include <algorithm>
@@ -501,6 +502,7 @@ int SaveResult(Document& doc, const std::filesystem::path& out, const std::optio
 }  // namespace
 
 int RunCli(const std::vector<std::u16string>& args, std::string& out, std::string& err) {
+  if (auto status = RunBatchCommand(args, out, err)) return *status;
   if (auto status = RunDrawCommand(args, out, err)) return *status;
   if (args.empty()) return Usage(err);
   const std::u16string& command = args[0];
