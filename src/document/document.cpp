@@ -1,12 +1,14 @@
 #include "document/document.h"
 
 #include <algorithm>
+#include <atomic>
 #include <string_view>
 
 namespace tavora {
 namespace {
 
-int32_t g_untitledCounter = 0;
+// Batch workers read documents in parallel, so numbers are taken atomically.
+std::atomic<int32_t> g_untitledCounter{0};
 
 std::u16string AsciiToU16(std::string_view ascii) { return {ascii.begin(), ascii.end()}; }
 

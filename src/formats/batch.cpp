@@ -91,13 +91,7 @@ bool IsFolder(const fs::path& p) {
   return fs::is_directory(p, ec);
 }
 
-// The document readers number every document they make from one counter
-// that is not meant for two threads at once; the workers take turns here.
-// Reading is a small part of a conversion next to the encoding.
-std::mutex g_documentReads;
-
 std::unique_ptr<Document> ReadAsDocument(const fs::path& path, FileClass kind) {
-  const std::lock_guard<std::mutex> hold(g_documentReads);
   switch (kind) {
     case FileClass::NativeLayered: return ReadLayeredDocument(path);
     case FileClass::Photoshop: return ReadPsd(path);

@@ -72,8 +72,9 @@ std::vector<std::u16string> Labels(const std::vector<DialogFilter>& filters) {
 }
 
 // The dialogs list what opens and what can be written at the moment they
-// are built: with no codec only the layered format, with one the system's
-// formats too. WebP, Radiance HDR and Photoshop have no reader or writer yet.
+// are built: without the system codec only the program's own readers and
+// writers, with it the system's formats too. ICO, Radiance HDR and
+// Photoshop files open but are never written.
 TEST(FileTables, DialogFiltersListOnlyWhatWorksNow) {
   struct Case {
     const SystemCodec* codec;
@@ -81,12 +82,15 @@ TEST(FileTables, DialogFiltersListOnlyWhatWorksNow) {
     std::vector<std::u16string> open, save;
   };
   const Case cases[] = {
-      {nullptr, u"*.tvl;*.kzl", {u"All images", u"Tavora layered", u"All files"},
-       {u"Tavora layered (*.tvl)"}},
-      {&FakeCodec::kTable, u"*.png;*.jpg;*.jpeg;*.jpe;*.jfif;*.bmp;*.gif;*.tif;*.tiff;*.ico;*.tvl;*.kzl",
-       {u"All images", u"PNG", u"JPEG", u"Bitmap", u"GIF", u"TIFF", u"Tavora layered", u"All files"},
+      {nullptr, u"*.webp;*.hdr;*.psd;*.tvl;*.kzl",
+       {u"All images", u"WebP", u"Radiance HDR", u"Photoshop", u"Tavora layered", u"All files"},
+       {u"WebP (*.webp)", u"Tavora layered (*.tvl)"}},
+      {&FakeCodec::kTable,
+       u"*.png;*.jpg;*.jpeg;*.jpe;*.jfif;*.bmp;*.gif;*.tif;*.tiff;*.ico;*.webp;*.hdr;*.psd;*.tvl;*.kzl",
+       {u"All images", u"PNG", u"JPEG", u"Bitmap", u"GIF", u"TIFF", u"WebP", u"Radiance HDR",
+        u"Photoshop", u"Tavora layered", u"All files"},
        {u"PNG (*.png)", u"JPEG (*.jpg)", u"Bitmap (*.bmp)", u"GIF (*.gif)", u"TIFF (*.tif)",
-        u"Tavora layered (*.tvl)"}},
+        u"WebP (*.webp)", u"Tavora layered (*.tvl)"}},
   };
   for (const Case& c : cases) {
     SetSystemCodec(c.codec);
@@ -105,11 +109,9 @@ TEST(FileTables, DialogFiltersListOnlyWhatWorksNow) {
       EXPECT_NE(c.allImages.find(open[i].pattern), std::u16string_view::npos);
     for (const char* name : {"a.png", "a.jpeg", "a.tif", "a.ico", "a.tvl", "a.kzl"})
       EXPECT_EQ(CanOpenFile(name), c.codec != nullptr || IsLayeredExtension(name)) << name;
-    for (const char* name : {"a.webp", "a.hdr", "a.pic", "a.psd"}) {
-      EXPECT_FALSE(CanOpenFile(name)) << name;
-      EXPECT_FALSE(CanWriteFile(name)) << name;
-    }
-    EXPECT_FALSE(CanWriteFile("a.ico"));  // read only
+    for (const char* name : {"a.webp", "a.hdr", "a.pic", "a.psd"}) EXPECT_TRUE(CanOpenFile(name)) << name;
+    for (const char* name : {"a.ico", "a.hdr", "a.pic", "a.psd"}) EXPECT_FALSE(CanWriteFile(name)) << name;
+    EXPECT_TRUE(CanWriteFile("a.webp"));
   }
   SetSystemCodec(nullptr);
 }
@@ -122,19 +124,20 @@ TEST(SaveNames, FilterIndexRulesFollowTheList) {
   two->layers.emplace_back(4, 4, u"top");
   SetSystemCodec(&FakeCodec::kTable);
   EXPECT_EQ(DefaultSaveFilterIndex(*one), 1);
-  EXPECT_EQ(DefaultSaveFilterIndex(*two), 6);
+  EXPECT_EQ(DefaultSaveFilterIndex(*two), 7);
   EXPECT_EQ(ProposedSaveName(*one), one->title + u".png");
   EXPECT_EQ(WithSaveExtension("photo", 2), std::filesystem::path("photo.jpg"));
-  EXPECT_EQ(WithSaveExtension("photo", 5), std::filesystem::path("photo.tif"));
-  EXPECT_EQ(WithSaveExtension("photo", 6), std::filesystem::path("photo.tvl"));
+  EXPECT_EQ(WithSaveExtension("photo", 6), std::filesystem::path("photo.webp"));
+  EXPECT_EQ(WithSaveExtension("photo", 7), std::filesystem::path("photo.tvl"));
   EXPECT_EQ(WithSaveExtension("photo", 0), std::filesystem::path("photo.png"));
   EXPECT_EQ(WithSaveExtension("photo", 99), std::filesystem::path("photo.tvl"));
   EXPECT_EQ(WithSaveExtension("photo.bmp", 2), std::filesystem::path("photo.bmp"));
-  // Without a codec the layered format is all there is, whatever the layers.
+  // Without a codec PNG is missing and the layered format stands in for it.
   SetSystemCodec(nullptr);
-  EXPECT_EQ(DefaultSaveFilterIndex(*one), 1);
-  EXPECT_EQ(DefaultSaveFilterIndex(*two), 1);
+  EXPECT_EQ(DefaultSaveFilterIndex(*one), 2);
+  EXPECT_EQ(DefaultSaveFilterIndex(*two), 2);
   EXPECT_EQ(ProposedSaveName(*one), one->title + u".tvl");
+  EXPECT_EQ(WithSaveExtension("photo", 1), std::filesystem::path("photo.webp"));
   EXPECT_EQ(WithSaveExtension("photo", 2), std::filesystem::path("photo.tvl"));
 }
 
@@ -194,10 +197,9 @@ TEST_F(WithFakeCodec, OpenedPicturesBecomeOneLayerDocuments) {
   FakeCodec::fail = true;
   EXPECT_FALSE(ReadDocumentFile("a.png"));
   FakeCodec::fail = false;
-  // Readers that are not part of the program yet refuse cleanly.
-  EXPECT_FALSE(ReadDocumentFile("a.psd"));
-  EXPECT_FALSE(ReadDocumentFile("a.hdr"));
-  EXPECT_FALSE(ReadDocumentFile("a.webp"));
+  // The program's own readers refuse a missing file cleanly.
+  TempDir dir;
+  for (const char* name : {"a.psd", "a.hdr", "a.webp", "a.tvl"}) EXPECT_FALSE(ReadDocumentFile(dir / name)) << name;
   SetSystemCodec(nullptr);
   EXPECT_FALSE(ReadDocumentFile("a.png"));
 }
@@ -220,7 +222,7 @@ TEST_F(WithFakeCodec, FlatFormatsGetTheFlattenedPictureOpaqueWhereNeeded) {
   EXPECT_FALSE(WriteDocumentFile(*doc, "a.png", png));
   EXPECT_FALSE(WriteDocumentFile(*doc, "a.psd", png));  // no writer for it
   FakeCodec::fail = false;
-  EXPECT_FALSE(WriteDocumentFile(*doc, "a.webp", EncodeOptionsFor("a.webp", *doc)));
+  EXPECT_FALSE(WriteDocumentFile(*doc, "a.hdr", png));
   EXPECT_FALSE(WriteDocumentFile(*doc, "a.ico", png));
 }
 
