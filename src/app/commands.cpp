@@ -150,6 +150,11 @@ constexpr int32_t kLanded[] = {
     kCmdLayerProperties,
     kCmdSelectAll, kCmdSelectNone, kCmdSelectInvert, kCmdFeather, kCmdGrow, kCmdShrink,
     kCmdFromLayerAlpha, kCmdSpiral,
+    kCmdResize, kCmdCanvasSize, kCmdCropToSelection, kCmdRotateCw, kCmdRotateCcw, kCmdRotate180,
+    kCmdFreeRotate, kCmdFlipVertical, kCmdMirror, kCmdColorDepth, kCmdFillForeground,
+    kCmdFillBackground, kCmdClear, kCmdLayerFromSelection, kCmdRotateLayerCw, kCmdRotateLayerCcw,
+    kCmdRotateLayer180, kCmdFreeRotateLayer, kCmdFlipLayerVertical, kCmdMirrorLayer,
+    kCmdResizeLayer, kCmdBatch,
 };
 
 // What each command needs beyond having landed.

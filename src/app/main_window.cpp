@@ -22,14 +22,20 @@
 #include "document/history.h"
 #include "document/layer_commands.h"
 #include "document/document_events.h"
+#include "document/edit_fill.h"
 #include "document/size_limits.h"
+#include "formats/batch_dialog_window.h"
 #include "formats/file_formats.h"
 #include "platform/dialog_win32.h"
 #include "processing/adjustments.h"
 #include "processing/effect_dialog.h"
 #include "processing/effect_dialogs.h"
+#include "processing/geometry.h"
+#include "processing/image_dialogs_window.h"
 #include "platform/dpi_win32.h"
+#include "platform/form_dialog_win32.h"
 #include "platform/gdiplus_codecs_win32.h"
+#include "platform/gdiplus_drawing_win32.h"
 #include "platform/message_box_win32.h"
 #include "platform/modal_win32.h"
 #include "platform/theme_win32.h"
@@ -39,7 +45,9 @@
 #include "panels/options_bar.h"
 #include "panels/toolbox.h"
 #include "tools/canvas.h"
+#include "tools/canvas_view.h"
 #include "tools/selection.h"
+#include "tools/text_dialog_window.h"
 #include "tools/tool_input.h"
 #include "tools/tool_table.h"
 
@@ -161,7 +169,9 @@ void RefreshMenus() {
     while (GetMenuItemCount(g.recentMenu) > 0) DeleteMenu(g.recentMenu, 0, MF_BYPOSITION);
     const auto& paths = g.recent.Paths();
     for (std::size_t i = 0; i < paths.size(); ++i) {
-      std::u16string text = u"&" + std::u16string(1, char16_t(u'1' + i)) + u"  ";
+      std::u16string text = u"&";
+      text.push_back(static_cast<char16_t>(u'1' + i));
+      text += u"  ";
       for (char16_t c : paths[i]) {
         text.push_back(c);
         if (c == u'&') text.push_back(u'&');
@@ -231,6 +241,7 @@ void ApplyTheme() {
 
 void LayoutChildren();
 void FinishToolWork(Document& doc);
+void RunCommand(int32_t id);
 
 void UpdateTitle() {
   Document* doc = ActiveDocument();
@@ -284,6 +295,27 @@ void Remember(const std::filesystem::path& path) {
   g.recent.Add(path, AppSettings());
 }
 
+// The Text tool's dialog, previewing on the canvas.
+bool AskText(void*, Document& doc, const TextClick& click, TextValues& values) {
+  return RunTextToolDialog(g.main, g.canvas, doc, click, values);
+}
+
+// "Open HDR Image": the exposure the high dynamic range is mapped at.
+bool AskHdrExposure(float& exposure) {
+  FormDialog form(L"Open HDR Image", 400);
+  form.AddText(L"This file stores high dynamic range data. Choose an exposure to tone-map it to an editable "
+               L"8-bit image.");
+  const int ev = form.AddNumber(L"Exposure (EV):", exposure, 1);
+  form.validate = [ev](FormDialog& f) -> std::wstring {
+    const auto v = f.Number(ev);
+    if (v && *v >= -6 && *v <= 6) return {};
+    return Wide(RangeMessage(-6, 6));
+  };
+  if (!form.Run(g.main, L"Open")) return false;
+  exposure = static_cast<float>(*form.Number(ev));
+  return true;
+}
+
 bool OpenImageFile(std::filesystem::path path) {
   wchar_t full[32768];
   const DWORD n = GetFullPathNameW(path.c_str(), 32768, full, nullptr);
@@ -295,10 +327,12 @@ bool OpenImageFile(std::filesystem::path path) {
       return true;
     }
   }
+  OpenOptions options;
+  if (ClassifyFile(path) == FileClass::RadianceHdr && !AskHdrExposure(options.hdrExposure)) return false;
   std::unique_ptr<Document> doc;
   {
     BusyCursor busy;
-    doc = ReadDocumentFile(path);
+    doc = ReadDocumentFile(path, options);
   }
   if (!doc) {
     WarnAbout(kCannotOpen, path);
@@ -390,7 +424,22 @@ bool SaveDocument(Document& doc, bool saveAs) {
     }
   }
   EncodeOptions options = EncodeOptionsFor(path, doc);
-  if (ClassifyFile(path) != FileClass::NativeLayered && AsksForQuality(options.format)) {
+  if (ClassifyFile(path) != FileClass::NativeLayered && options.format == SaveFormat::WebP) {
+    FormDialog form(L"WebP Options", 360);
+    const int quality = form.AddNumber(L"Quality (1-100):", options.quality, 0);
+    const int lossless = form.AddCheck(L"Lossless", false);
+    form.onChange = [&](FormDialog& f, int id) {
+      if (id == lossless) f.Enable(quality, !f.Checked(lossless));
+    };
+    form.validate = [&](FormDialog& f) -> std::wstring {
+      const auto q = f.Number(quality);
+      return f.Checked(lossless) || (q && *q >= 1 && *q <= 100) ? std::wstring()
+                                                                 : L"Enter a quality between 1 and 100.";
+    };
+    if (!form.Run(g.main, L"OK")) return false;
+    options.lossless = form.Checked(lossless);
+    if (const auto q = form.Number(quality)) options.quality = std::clamp(static_cast<int32_t>(*q + 0.5), 1, 100);
+  } else if (ClassifyFile(path) != FileClass::NativeLayered && AsksForQuality(options.format)) {
     std::vector<DialogField> fields{{L"Quality (1-100):", std::to_wstring(options.quality), {}}};
     const wchar_t* title = options.format == SaveFormat::Jpeg ? L"JPEG Quality" : L"WebP Quality";
     if (!RunFieldDialog(g.main, title, fields, &QualityProblem)) return false;
@@ -502,15 +551,38 @@ void ColorsChanged() {
   g.tools.Save(AppSettings());
 }
 
+void AfterToolKey() {
+  if (g.canvas) RefreshCanvasTool(g.canvas);
+  UpdateTitle();
+  RefreshMenus();
+}
+
+// The options bar's "Apply" and "Cancel" act as Enter and Esc.
+void FinishToolFromBar(bool apply) {
+  Document* doc = ActiveDocument();
+  if (doc && g.input.Key(*doc, apply ? ToolKey::Enter : ToolKey::Escape, 0)) AfterToolKey();
+}
+
 // Letters pick tools; X swaps the colours and D resets them; Backspace and
 // Esc go to a polygon under way. Whether the key was used. A held key's
 // repeats pick nothing more (a shared key would spin through its tools).
 bool ToolKeyDown(WPARAM key, LPARAM flags) {
   const bool shift = (GetKeyState(VK_SHIFT) & 0x8000) != 0;
-  if (key == VK_BACK || key == VK_ESCAPE) {
+  static constexpr std::pair<WPARAM, ToolKey> kToolKeys[] = {
+      {VK_BACK, ToolKey::Backspace}, {VK_ESCAPE, ToolKey::Escape}, {VK_RETURN, ToolKey::Enter},
+      {VK_LEFT, ToolKey::Left},      {VK_RIGHT, ToolKey::Right},   {VK_UP, ToolKey::Up},
+      {VK_DOWN, ToolKey::Down}};
+  for (const auto& [vk, toolKey] : kToolKeys) {
+    if (key != vk) continue;
     Document* doc = ActiveDocument();
-    if (!doc || !g.input.Key(*doc, key == VK_BACK ? ToolKey::Backspace : ToolKey::Escape)) return false;
-    if (g.canvas) RefreshCanvasTool(g.canvas);
+    if (!doc || !g.input.Key(*doc, toolKey, shift ? kModShift : 0)) return false;
+    AfterToolKey();
+    return true;
+  }
+  // Delete clears the selection (it has no accelerator of its own).
+  if (key == VK_DELETE) {
+    if (!ActiveDocument()) return false;
+    RunCommand(kCmdClear);
     return true;
   }
   if (key < 'A' || key > 'Z') return false;
@@ -720,6 +792,36 @@ void RunImmediateAdjustment(Document& doc, int32_t id) {
   }
 }
 
+// The Image, Edit and Layers menus' geometry, fills and colour depth.
+void DocumentCommand(Document& doc, int32_t id) {
+  BusyCursor busy;
+  switch (id) {
+    case kCmdResize: RunResizeImageDialog(g.main, doc); break;
+    case kCmdCanvasSize: RunCanvasSizeDialog(g.main, doc, g.tools.colors.Secondary()); break;
+    case kCmdCropToSelection: CropToSelection(doc); break;
+    case kCmdRotateCw: RotateImage90(doc, true); break;
+    case kCmdRotateCcw: RotateImage90(doc, false); break;
+    case kCmdRotate180: RotateImage180(doc); break;
+    case kCmdFreeRotate: RunFreeRotateDialog(g.main, doc); break;
+    case kCmdFlipVertical: FlipImage(doc); break;
+    case kCmdMirror: MirrorImage(doc); break;
+    case kCmdColorDepth: RunColorDepthDialog(g.main, doc); break;
+    case kCmdFillForeground: FillSelectionCommand(doc, g.tools.colors.Primary()); break;
+    case kCmdFillBackground: FillSelectionCommand(doc, g.tools.colors.Secondary()); break;
+    case kCmdClear: ClearCommand(doc, g.tools.colors.Secondary()); break;
+    case kCmdLayerFromSelection: LayerFromSelection(doc); break;
+    case kCmdRotateLayerCw: RotateLayer90(doc, true); break;
+    case kCmdRotateLayerCcw: RotateLayer90(doc, false); break;
+    case kCmdRotateLayer180: RotateLayer180(doc); break;
+    case kCmdFreeRotateLayer: RunFreeRotateLayerPrompt(g.main, doc); break;
+    case kCmdFlipLayerVertical: FlipLayer(doc); break;
+    case kCmdMirrorLayer: MirrorLayer(doc); break;
+    case kCmdResizeLayer: RunResizeLayerDialog(g.main, doc); break;
+    default: return;
+  }
+  if (g.canvas) FitCanvasDocument(g.canvas, true);
+}
+
 // ---------------------------------------------------------------- commands
 
 void RunCommand(int32_t id) {
@@ -789,6 +891,9 @@ void RunCommand(int32_t id) {
       break;
     case kCmdSettings:
       ShowSettings();
+      break;
+    case kCmdBatch:
+      RunBatchDialog(g.main);
       break;
     case kCmdHistory:
       g.historyShown = !g.historyShown;
@@ -870,6 +975,7 @@ void RunCommand(int32_t id) {
       if (doc) SelectionCommand(*doc, id);
       break;
     default:
+      if (doc) DocumentCommand(*doc, id);
       break;
   }
   UpdateTitle();
@@ -1112,6 +1218,9 @@ int RunTavora(HINSTANCE instance, int showFlag) {
   g.recent.Load(AppSettings());
   const bool codecs = StartGdiplusCodecs();
   if (codecs) SetSystemCodec(&GdiplusCodecs());
+  // Shapes and text are drawn by GDI+ too.
+  if (codecs) SetSystemDrawing(&GdiplusDrawing());
+  g.input.SetTextDialog(&AskText, nullptr);
   SetDocumentObserver(&kObserver);
 
   g.dpi = SystemDpi();
@@ -1145,6 +1254,7 @@ int RunTavora(HINSTANCE instance, int showFlag) {
   g.layers = CreateLayersPanel(g.main, instance);
   g.toolbox = CreateToolbox(g.main, instance, &g.tools, {&SelectTool, &ColorsChanged});
   g.optionsBar = CreateOptionsBar(g.main, instance, &g.tools, &OptionChanged);
+  SetOptionsBarFinish(&FinishToolFromBar);
   SetCanvasTools(g.canvas, &g.tools, &g.input, &PickedColorsChanged);
   SetToolboxTheme(g.toolbox, g.dark);
   SetOptionsBarTheme(g.optionsBar, g.dark);
@@ -1195,6 +1305,7 @@ int RunTavora(HINSTANCE instance, int showFlag) {
   g.documents.clear();
   SetDocumentObserver(nullptr);
   SetSystemCodec(nullptr);
+  SetSystemDrawing(nullptr);
   if (codecs) StopGdiplusCodecs();
   if (g.accelerators) DestroyAcceleratorTable(g.accelerators);
   if (SUCCEEDED(com)) CoUninitialize();

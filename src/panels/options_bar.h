@@ -12,6 +12,9 @@ void RegisterOptionsBarClass(HINSTANCE instance);
 HWND CreateOptionsBar(HWND parent, HINSTANCE instance, ToolSettings* tools, void (*changed)());
 int OptionsBarHeight(UINT dpi);
 void SetOptionsBarTheme(HWND bar, bool dark);
+// The Crop and layer transform tools' "Apply" and "Cancel" buttons call
+// `finish` with true for Apply.
+void SetOptionsBarFinish(void (*finish)(bool apply));
 // Rebuilds the controls for the current tool (after a tool change).
 void RebuildOptionsBar(HWND bar);
 

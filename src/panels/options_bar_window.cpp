@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "panels/options_bar.h"
@@ -15,6 +16,12 @@ namespace tavora {
 namespace {
 
 constexpr int kHeightDip = 34, kControlDip = 23, kFirstId = 100;
+constexpr int kApplyId = kFirstId - 2, kCancelId = kFirstId - 3;
+
+// The tools whose work waits on the canvas until it is applied.
+bool HasPendingWork(int32_t tool) {
+  return tool == kToolCrop || tool == kToolLayerRotate || tool == kToolLayerResize;
+}
 
 struct Control {
   const OptionDef* def;
@@ -24,6 +31,7 @@ struct Control {
 struct BarState {
   ToolSettings* tools = nullptr;
   void (*changed)() = nullptr;
+  void (*finish)(bool apply) = nullptr;
   bool dark = true;
   bool building = false;  // controls report changes while they are filled
   UINT builtDpi = 0;
@@ -166,6 +174,13 @@ void Build(HWND bar) {
     g_bar.controls.push_back(control);
     ++id;
   }
+  if (HasPendingWork(tool)) {
+    for (const auto& [text, buttonId] : {std::pair{L"Apply", kApplyId}, std::pair{L"Cancel", kCancelId}}) {
+      const int width = TextWidth(bar, g_bar.font, text) + S(bar, 24);
+      Child(bar, L"BUTTON", text, BS_PUSHBUTTON, x, width, buttonId, g_bar.font);
+      x += width + S(bar, 6);
+    }
+  }
   g_bar.hint = nullptr;
   const std::u16string_view hint = Tool(tool).hint;
   if (!hint.empty()) {
@@ -188,6 +203,11 @@ void Store(const Control& c, int32_t value) {
 
 void OnCommand(HWND bar, int id, int code, HWND from) {
   if (g_bar.building || !g_bar.tools) return;
+  if ((id == kApplyId || id == kCancelId) && code == BN_CLICKED) {
+    BackToCanvas(bar);
+    if (g_bar.finish) g_bar.finish(id == kApplyId);
+    return;
+  }
   const bool viaLabel = id >= kFirstId + 1000;
   const int index = (viaLabel ? id - 1000 : id) - kFirstId;
   if (index < 0 || index >= static_cast<int>(g_bar.controls.size())) return;
@@ -303,6 +323,8 @@ void SetOptionsBarTheme(HWND bar, bool dark) {
   InvalidateRect(bar, nullptr, TRUE);
   for (HWND child : g_bar.children) InvalidateRect(child, nullptr, TRUE);
 }
+
+void SetOptionsBarFinish(void (*finish)(bool apply)) { g_bar.finish = finish; }
 
 void RebuildOptionsBar(HWND bar) { Build(bar); }
 

@@ -171,13 +171,110 @@ bool ShowsBrushCursor(const CanvasState& s) {
   return s.tools && s.inside && !s.panning && IsBrushCursorTool(s.tools->CurrentTool());
 }
 
+// The crop rectangle: the rest of the picture dimmed, the rectangle framed
+// and its eight handles.
+void DrawCropOverlay(HDC dc, const CanvasLayout& layout, const Rect& area, const Rect& image) {
+  const POINT a = ToClient(layout, area.x0, area.y0), b = ToClient(layout, area.x1, area.y1);
+  // Dimmed by a half-transparent black over everything outside the area.
+  HDC mem = CreateCompatibleDC(dc);
+  HBITMAP one = CreateCompatibleBitmap(dc, 1, 1);
+  HGDIOBJ old = SelectObject(mem, one);
+  SetPixel(mem, 0, 0, RGB(0, 0, 0));
+  const BLENDFUNCTION half{AC_SRC_OVER, 0, 110, 0};
+  const RECT parts[4] = {{image.x0, image.y0, image.x1, a.y},
+                         {image.x0, b.y, image.x1, image.y1},
+                         {image.x0, a.y, a.x, b.y},
+                         {b.x, a.y, image.x1, b.y}};
+  for (const RECT& r : parts)
+    if (r.right > r.left && r.bottom > r.top)
+      AlphaBlend(dc, r.left, r.top, r.right - r.left, r.bottom - r.top, mem, 0, 0, 1, 1, half);
+  SelectObject(mem, old);
+  DeleteObject(one);
+  DeleteDC(mem);
+  HPEN pen = CreatePen(PS_SOLID, 1, RGB(255, 255, 255));
+  HGDIOBJ oldPen = SelectObject(dc, pen);
+  HGDIOBJ oldBrush = SelectObject(dc, GetStockObject(NULL_BRUSH));
+  Rectangle(dc, a.x, a.y, b.x, b.y);
+  SelectObject(dc, GetStockObject(WHITE_BRUSH));
+  const int h = 3;
+  for (const int x : {a.x, (a.x + b.x) / 2, b.x})
+    for (const int y : {a.y, (a.y + b.y) / 2, b.y})
+      if (x != (a.x + b.x) / 2 || y != (a.y + b.y) / 2) Rectangle(dc, x - h, y - h, x + h + 1, y + h + 1);
+  SelectObject(dc, oldBrush);
+  SelectObject(dc, oldPen);
+  DeleteObject(pen);
+}
+
+// The shape being dragged, as an outline in its colour.
+void DrawShapeOverlay(HDC dc, const CanvasLayout& layout, const ShapeOverlay& o) {
+  if (!o.shown) return;
+  const ShapeSpec& spec = o.spec;
+  const POINT a = ToClient(layout, spec.x0, spec.y0), b = ToClient(layout, spec.x1, spec.y1);
+  const uint32_t c = spec.style == kShapeFilled ? spec.fill : spec.outline;
+  const int width = std::max(1, static_cast<int>(std::lround(spec.lineWidth * layout.scale)));
+  HPEN pen = CreatePen(PS_SOLID, spec.type == ShapeType::Line || spec.style != kShapeFilled ? width : 1,
+                       RGB((c >> 16) & 255, (c >> 8) & 255, c & 255));
+  HBRUSH fill = CreateSolidBrush(RGB((spec.fill >> 16) & 255, (spec.fill >> 8) & 255, spec.fill & 255));
+  HGDIOBJ oldPen = SelectObject(dc, pen);
+  HGDIOBJ oldBrush = SelectObject(dc, spec.style == kShapeOutline ? GetStockObject(NULL_BRUSH) : fill);
+  const int x0 = std::min(a.x, b.x), y0 = std::min(a.y, b.y), x1 = std::max(a.x, b.x), y1 = std::max(a.y, b.y);
+  switch (spec.type) {
+    case ShapeType::Line:
+      MoveToEx(dc, a.x, a.y, nullptr);
+      LineTo(dc, b.x, b.y);
+      break;
+    case ShapeType::Rectangle: Rectangle(dc, x0, y0, x1, y1); break;
+    case ShapeType::Ellipse: Ellipse(dc, x0, y0, x1, y1); break;
+    case ShapeType::RoundedRectangle: {
+      const int r = static_cast<int>(std::lround(2 * spec.cornerRadius * layout.scale));
+      RoundRect(dc, x0, y0, x1, y1, r, r);
+      break;
+    }
+  }
+  SelectObject(dc, oldBrush);
+  SelectObject(dc, oldPen);
+  DeleteObject(pen);
+  DeleteObject(fill);
+}
+
+// The Layer Rotate and Layer Resize tools' box and white dots.
+void DrawTransformOverlay(HDC dc, const CanvasLayout& layout, const TransformOverlay& o) {
+  if (!o.shown) return;
+  POINT corners[5];
+  for (int i = 0; i < 4; ++i) corners[i] = ToClient(layout, o.corners[i].x, o.corners[i].y);
+  corners[4] = corners[0];
+  HPEN black = CreatePen(PS_SOLID, 1, RGB(0, 0, 0));
+  HPEN white = CreatePen(PS_DOT, 1, RGB(255, 255, 255));
+  HGDIOBJ oldPen = SelectObject(dc, black);
+  SetBkMode(dc, TRANSPARENT);
+  Polyline(dc, corners, 5);
+  SelectObject(dc, white);
+  Polyline(dc, corners, 5);
+  SelectObject(dc, black);
+  HGDIOBJ oldBrush = SelectObject(dc, GetStockObject(WHITE_BRUSH));
+  for (const ShapePoint& p : o.handles) {
+    const POINT c = ToClient(layout, p.x, p.y);
+    Ellipse(dc, c.x - 5, c.y - 5, c.x + 6, c.y + 6);
+  }
+  SelectObject(dc, oldBrush);
+  SelectObject(dc, oldPen);
+  DeleteObject(black);
+  DeleteObject(white);
+}
+
 void DrawToolOverlays(HDC dc, const CanvasLayout& layout, const CanvasState& s) {
   if (!s.input || s.panning) return;
+  // Overlays belong to the picture: never over the grey around it.
+  const Rect image = ImageArea(layout, *s.doc);
   const int saved = SaveDC(dc);
+  IntersectClipRect(dc, image.x0, image.y0, image.x1, image.y1);
   DrawSelectionOverlay(dc, layout, s.input->Overlay());
-  RestoreDC(dc, saved);
+  if (const auto crop = s.input->CropArea()) DrawCropOverlay(dc, layout, *crop, image);
+  DrawShapeOverlay(dc, layout, s.input->ShapeDrag());
+  DrawTransformOverlay(dc, layout, s.input->TransformHandles());
   if (ShowsBrushCursor(s))
     DrawBrushCursor(dc, s.cursor.x, s.cursor.y, s.tools->Current().size, layout.scale);
+  RestoreDC(dc, saved);
 }
 
 void Paint(HWND hwnd, CanvasState& s) {
@@ -219,7 +316,13 @@ void Paint(HWND hwnd, CanvasState& s) {
   DeleteDC(mem);
   if (s.settings.grid) DrawPixelGrid(dc, hwnd, s);
   const CanvasLayout layout = ComputeLayout(*s.doc, Client(hwnd));
-  if (s.overlay && !s.panning) s.overlay(dc, layout, s.overlayContext);
+  if (s.overlay && !s.panning) {
+    const Rect image = ImageArea(layout, *s.doc);
+    const int saved = SaveDC(dc);
+    IntersectClipRect(dc, image.x0, image.y0, image.x1, image.y1);
+    s.overlay(dc, layout, s.overlayContext);
+    RestoreDC(dc, saved);
+  }
   DrawToolOverlays(dc, layout, s);
   EndPaint(hwnd, &ps);
 }
@@ -417,6 +520,7 @@ void ButtonDown(HWND hwnd, CanvasState& s, UINT msg, LPARAM lp) {
     return;
   }
   if (!s.input) return;
+  s.input->SetViewScale(ComputeLayout(*s.doc, Client(hwnd)).scale);
   const ImagePoint p = ImageAt(hwnd, s, lp);
   const int button = left ? 1 : 2;
   if (doubleClick) s.input->DoubleClick(*s.doc, p.x, p.y, button, Modifiers());
@@ -433,7 +537,7 @@ void EndToolDrag(HWND hwnd, CanvasState& s, LPARAM lp) {
   if (GetCapture() == hwnd) ReleaseCapture();
   if (!s.input || !s.doc) return;
   const ImagePoint p = ImageAt(hwnd, s, lp);
-  s.input->Release(*s.doc, p.x, p.y);
+  s.input->Release(*s.doc, p.x, p.y, Modifiers());
   AfterToolInput(hwnd, s);
 }
 
@@ -460,7 +564,7 @@ void MouseMove(HWND hwnd, CanvasState& s, LPARAM lp) {
       PeekMessageW(&next, hwnd, WM_MOUSEMOVE, WM_MOUSEMOVE, PM_NOREMOVE))
     return;
   const ImagePoint p = ImageAt(hwnd, s, lp);
-  s.input->Move(*s.doc, p.x, p.y);
+  s.input->Move(*s.doc, p.x, p.y, Modifiers());
   AfterToolInput(hwnd, s);
 }
 
@@ -553,6 +657,14 @@ LRESULT CALLBACK CanvasProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
       if (s) ScrollToOffset(hwnd, *s, wp != 0, static_cast<int32_t>(lp));
       return 0;
     case WM_KEYDOWN:
+      // With the Move tool the arrows nudge; otherwise they scroll.
+      if (s && s->doc && s->input && s->tools && s->tools->CurrentTool() == kToolMove && wp >= VK_LEFT &&
+          wp <= VK_DOWN) {
+        static constexpr ToolKey kArrows[] = {ToolKey::Left, ToolKey::Up, ToolKey::Right, ToolKey::Down};
+        s->input->Key(*s->doc, kArrows[wp - VK_LEFT], Modifiers());
+        AfterToolInput(hwnd, *s);
+        return 0;
+      }
       if (s && s->doc) {
         const int32_t line = ScrollLineStep(Client(hwnd).dpiScale);
         switch (wp) {

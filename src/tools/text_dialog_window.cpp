@@ -2,6 +2,8 @@
 // the preview runs on timer 78, a moment after the last change.
 #include "tools/text_dialog_window.h"
 
+#include <cmath>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -11,6 +13,8 @@
 #include "platform/message_box_win32.h"
 #include "platform/modal_win32.h"
 #include "platform/theme_win32.h"
+#include "tools/canvas.h"
+#include "tools/canvas_view.h"
 
 namespace tavora {
 namespace {
@@ -277,6 +281,78 @@ bool RunTextDialog(HWND owner, TextValues& values, TextPreviewCallback preview, 
   g_dialog = nullptr;
   if (d.accepted) values = d.result;
   return d.accepted;
+}
+
+namespace {
+
+struct CanvasTextPreview {
+  HWND canvas = nullptr;
+  const Document* doc = nullptr;
+  TextClick click;
+  std::optional<TextPreview> shown;
+};
+
+// The preview's pixels over the picture, scaled with the view.
+void DrawTextPreview(HDC dc, const CanvasLayout& layout, void* context) {
+  const auto* state = static_cast<const CanvasTextPreview*>(context);
+  if (!state->shown) return;
+  const Surface& pixels = state->shown->pixels;
+  const int32_t w = pixels.Width(), h = pixels.Height();
+  if (w <= 0 || h <= 0) return;
+  BITMAPINFO info{};
+  info.bmiHeader.biSize = sizeof(info.bmiHeader);
+  info.bmiHeader.biWidth = w;
+  info.bmiHeader.biHeight = -h;
+  info.bmiHeader.biPlanes = 1;
+  info.bmiHeader.biBitCount = 32;
+  info.bmiHeader.biCompression = BI_RGB;
+  void* bits = nullptr;
+  HBITMAP bitmap = CreateDIBSection(dc, &info, DIB_RGB_COLORS, &bits, nullptr, 0);
+  if (!bitmap) return;
+  // AlphaBlend wants premultiplied pixels.
+  auto* out = static_cast<uint32_t*>(bits);
+  for (int32_t y = 0; y < h; ++y) {
+    for (int32_t x = 0; x < w; ++x) {
+      const uint32_t p = pixels.At(x, y);
+      const uint32_t a = p >> 24;
+      auto mul = [a](uint32_t c) { return (c * a + 127) / 255; };
+      out[static_cast<std::size_t>(y) * w + x] =
+          (a << 24) | (mul((p >> 16) & 0xFF) << 16) | (mul((p >> 8) & 0xFF) << 8) | mul(p & 0xFF);
+    }
+  }
+  HDC memory = CreateCompatibleDC(dc);
+  HGDIOBJ old = SelectObject(memory, bitmap);
+  const BLENDFUNCTION blend{AC_SRC_OVER, 0, 255, AC_SRC_ALPHA};
+  const int left = static_cast<int>(std::lround(layout.originX + state->shown->x * layout.scale));
+  const int top = static_cast<int>(std::lround(layout.originY + state->shown->y * layout.scale));
+  const int right = static_cast<int>(std::lround(layout.originX + (state->shown->x + w) * layout.scale));
+  const int bottom = static_cast<int>(std::lround(layout.originY + (state->shown->y + h) * layout.scale));
+  if (right > left && bottom > top)
+    AlphaBlend(dc, left, top, right - left, bottom - top, memory, 0, 0, w, h, blend);
+  SelectObject(memory, old);
+  DeleteDC(memory);
+  DeleteObject(bitmap);
+}
+
+void UpdateTextPreview(const TextValues* values, void* context) {
+  auto* state = static_cast<CanvasTextPreview*>(context);
+  state->shown.reset();
+  if (values && !values->text.empty()) state->shown = RenderTextPreview(*state->doc, state->click, *values);
+  if (state->canvas) InvalidateCanvas(state->canvas);
+}
+
+}  // namespace
+
+bool RunTextToolDialog(HWND owner, HWND canvas, const Document& doc, const TextClick& click,
+                       TextValues& values) {
+  CanvasTextPreview state{canvas, &doc, click, std::nullopt};
+  if (canvas) SetCanvasOverlay(canvas, &DrawTextPreview, &state);
+  const bool ok = RunTextDialog(owner, values, &UpdateTextPreview, &state);
+  if (canvas) {
+    SetCanvasOverlay(canvas, nullptr, nullptr);
+    InvalidateCanvas(canvas);
+  }
+  return ok;
 }
 
 }  // namespace tavora

@@ -18,4 +18,9 @@ using TextPreviewCallback = void (*)(const TextValues* values, void* context);
 // Cancel with `values` untouched. `preview` may be null.
 bool RunTextDialog(HWND owner, TextValues& values, TextPreviewCallback preview, void* context);
 
+// The Text tool's click: the dialog over `owner`, previewing the text on
+// `canvas` at the place the click gives it until the dialog ends.
+bool RunTextToolDialog(HWND owner, HWND canvas, const Document& doc, const TextClick& click,
+                       TextValues& values);
+
 }  // namespace tavora

@@ -82,7 +82,8 @@ TEST(CommandAvailability, FollowsTheDocumentLayersSelectionAndWhatHasLanded) {
       // The Select menu needs a document, and some items a selection.
       {"one layer", {.documentOpen = true, .layerCount = 1},
        {kCmdSelectAll, kCmdSelectInvert, kCmdFromLayerAlpha},
-       {kCmdDeleteLayer, kCmdSelectNone, kCmdFeather, kCmdGrow, kCmdShrink}},
+       {kCmdDeleteLayer, kCmdSelectNone, kCmdFeather, kCmdGrow, kCmdShrink, kCmdCropToSelection,
+        kCmdFillSurroundings}},
       {"a selection", {.documentOpen = true, .hasSelection = true, .layerCount = 1},
        {kCmdSelectNone, kCmdFeather, kCmdGrow, kCmdShrink}, {}},
       {"undo possible", {.documentOpen = true, .canUndo = true, .layerCount = 3}, {kCmdUndo},
@@ -90,13 +91,13 @@ TEST(CommandAvailability, FollowsTheDocumentLayersSelectionAndWhatHasLanded) {
       {"layer transform in progress",
        {.documentOpen = true, .canUndo = true, .layerCount = 3, .modalToolOperation = true},
        {kCmdExit}, {kCmdUndo, kCmdFlattenImage}},
-      // Nothing has a handler yet for these: they must not look usable.
+      // Those without a handler yet must not look usable.
       {"everything",
        {.documentOpen = true, .canUndo = true, .canRedo = true, .hasSelection = true,
         .layerCount = 5, .activeLayer = 2, .upscaylConfigured = true,
         .photoshopConfigured = true, .documentSaved = true},
-       {},
-       {kCmdPrint, kCmdBatch, kCmdHdrToneMap, kCmdResizeLayer, kCmdCut, kCmdPhotoshop}},
+       {kCmdBatch, kCmdResizeLayer, kCmdCropToSelection, kCmdClear},
+       {kCmdPrint, kCmdCut, kCmdPhotoshop, kCmdCaptureScreen}},
   };
   for (const auto& row : table) {
     for (int32_t id : row.available) EXPECT_TRUE(CommandAvailable(id, row.state)) << row.name << ": " << id;
