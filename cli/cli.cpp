@@ -20,6 +20,8 @@
 #include "formats/file_formats.h"
 #include "processing/color_depth.h"
 #include "processing/effect_dialogs.h"
+#include "processing/inpaint.h"
+#include "processing/lens_flare.h"
 #include "tools/brush_engine.h"
 #include "tools/selection.h"
 #include "tools/tool_input.h"
@@ -130,24 +132,63 @@ std::string InfoJson(const Document& doc) {
 
 std::string Number(double v) { return Utf16ToUtf8(FormatNumber(v)); }
 
+void ListEffect(std::string& s, const EffectDef& def) {
+  s += Utf16ToUtf8(def.shortName) + " (\"" + Utf16ToUtf8(def.title) + "\")";
+  if (!def.operation) s += " [not available yet]";
+  s += "\n";
+  for (const ParamRow& row : def.rows)
+    s += "    " + Utf16ToUtf8(row.label) + " " + Number(row.minimum) + ".." + Number(row.maximum) +
+         ", default " + Number(row.fallback) + "\n";
+  if (!def.optionLabel.empty()) s += "    option: " + Utf16ToUtf8(def.optionLabel) + "\n";
+  for (const auto& choice : def.choices) s += "    choice: " + Utf16ToUtf8(choice) + "\n";
+}
+
 std::string OpsList() {
   std::string s;
-  for (const EffectDef& def : EffectDefs()) {
-    s += Utf16ToUtf8(def.shortName) + " (\"" + Utf16ToUtf8(def.title) + "\")";
-    if (!def.operation) s += " [not available yet]";
-    s += "\n";
-    for (const ParamRow& row : def.rows)
-      s += "    " + Utf16ToUtf8(row.label) + " " + Number(row.minimum) + ".." + Number(row.maximum) +
-           ", default " + Number(row.fallback) + "\n";
-    if (!def.optionLabel.empty()) s += "    option: " + Utf16ToUtf8(def.optionLabel) + "\n";
-    for (const auto& choice : def.choices) s += "    choice: " + Utf16ToUtf8(choice) + "\n";
-  }
+  for (const EffectDef& def : EffectDefs()) ListEffect(s, def);
+  ListEffect(s, LensFlareEffect());
+  s += "    (the centre defaults to the middle of the selection, or of the image)\n";
   for (const ImmediateOp& op : ImmediateOps())
     s += Utf16ToUtf8(op.shortName) + " (\"" + Utf16ToUtf8(op.historyName) + "\")\n";
   s += cli::GeometryOpsList();
   s += "color-depth (\"Color Depth\")\n    COUNT: 2, 4, 8, 16, 32, 64, 128, 256 (median cut), 32768 (5-5-5), "
        "65536 (5-6-5) or 16777216 (true color)\n    option: dither\n";
+  s += "fill-from-surroundings (\"Fill from Surroundings\") [needs a selection]\n    Grow selection by (px): 0.." +
+       std::to_string(kFillGrowMaximum) + ", default " + std::to_string(kFillGrowDefault) + "\n";
+  s += "select (a rectangular selection for the operations after it)\n    X0,Y0,X1,Y1: image pixels\n";
   return s;
+}
+
+// A finite number within a billion: far beyond any canvas, and safe to
+// turn into whole pixels.
+std::optional<double> ParseNumber(std::u16string_view text) {
+  const std::string s = Utf16ToUtf8(text);
+  char* end = nullptr;
+  const double v = std::strtod(s.c_str(), &end);
+  if (s.empty() || end == s.c_str() || *end || !std::isfinite(v) || std::fabs(v) > 1e9) return std::nullopt;
+  return v;
+}
+
+std::optional<std::vector<double>> ParseNumbers(std::u16string_view text, std::size_t count) {
+  std::vector<double> values;
+  while (values.size() < count) {
+    const std::size_t comma = text.find(u',');
+    const auto v = ParseNumber(text.substr(0, comma));
+    if (!v) return std::nullopt;
+    values.push_back(*v);
+    if (comma == text.npos) break;
+    text.remove_prefix(comma + 1);
+    if (values.size() == count) return std::nullopt;  // more than asked for
+  }
+  if (values.size() != count) return std::nullopt;
+  return values;
+}
+
+// A rectangular selection, as the Rectangle Select tool makes from a drag
+// between the two corners.
+void SelectRectangle(Document& doc, const Rect& r) {
+  const ShapePoint corners[] = {{double(r.x0), double(r.y0)}, {double(r.x1), double(r.y1)}};
+  if (auto region = RasterizeShape(doc, ShapeKind::Rectangle, corners, 0)) CommitRegion(doc, *region, kSelectNew);
 }
 
 // One step of `apply`: an operation with its values, ready to run.
@@ -156,7 +197,9 @@ struct ApplyStep {
   const ImmediateOp* immediate = nullptr;
   EffectValues values;
   std::optional<ColorDepthParams> colorDepth;
-  std::function<void(Document&)> action;  // geometry and resampling
+  std::function<void(Document&)> action;  // geometry, resampling, selections
+  std::size_t givenRows = 0;               // values given for the effect's rows
+  bool needsSelection = false;
 };
 
 // "color-depth=COUNT[,dither]": one of the counts the Color Depth dialog lists.
@@ -200,6 +243,36 @@ std::optional<ApplyStep> ParseStep(const std::u16string& arg, std::string& err, 
     case cli::ParsedOp::Outcome::NotMine:
       break;
   }
+  const std::optional<std::u16string_view> given =
+      eq == std::u16string::npos ? std::nullopt : std::optional(std::u16string_view(arg).substr(eq + 1));
+  if (name == u"select") {
+    const auto v = given ? ParseNumbers(*given, 4) : std::nullopt;
+    if (!v) {
+      err += "select takes X0,Y0,X1,Y1\n";
+      return std::nullopt;
+    }
+    const Rect r{static_cast<int32_t>((*v)[0]), static_cast<int32_t>((*v)[1]), static_cast<int32_t>((*v)[2]),
+                 static_cast<int32_t>((*v)[3])};
+    step.action = [r](Document& doc) { SelectRectangle(doc, r); };
+    return step;
+  }
+  if (name == u"fill-from-surroundings") {
+    int32_t grow = kFillGrowDefault;
+    if (given) {
+      const ParamRow row{u"Grow selection by (px):", 0, double(kFillGrowMaximum), double(kFillGrowDefault), 0,
+                         RowKind::Edit};
+      const auto v = ParseTypedValue(*given, row);
+      if (!v) {
+        err += "Grow selection by (px): " + Utf16ToUtf8(RangeMessage(row.minimum, row.maximum)) + "\n";
+        rangeError = true;
+        return std::nullopt;
+      }
+      grow = static_cast<int32_t>(*v);
+    }
+    step.action = [grow](Document& doc) { FillFromSurroundings(doc, grow); };
+    step.needsSelection = true;
+    return step;
+  }
   if (name == u"color-depth") {
     if (eq == std::u16string::npos) {
       err += "color-depth takes COUNT[,dither]\n";
@@ -215,7 +288,7 @@ std::optional<ApplyStep> ParseStep(const std::u16string& arg, std::string& err, 
     step.immediate = op;
     return step;
   }
-  step.effect = FindEffect(name);
+  step.effect = name == LensFlareEffect().shortName ? &LensFlareEffect() : FindEffect(name);
   if (!step.effect) {
     err += "unknown operation: " + Utf16ToUtf8(name) + "\n";
     return std::nullopt;
@@ -242,6 +315,7 @@ std::optional<ApplyStep> ParseStep(const std::u16string& arg, std::string& err, 
         return std::nullopt;
       }
       step.values.rows[row++] = *v;
+      step.givenRows = row;
       continue;
     }
     if (!step.effect->optionLabel.empty() && token == u"option") {
@@ -287,11 +361,18 @@ void RunStep(Document& doc, const ApplyStep& step) {
                      step.immediate->margin);
     return;
   }
+  EffectValues values = step.values;
+  // A flare without a place starts in the middle of the area it lights.
+  if (step.effect == &LensFlareEffect() && step.givenRows < 2) {
+    const Rect area = doc.selection ? doc.selectionBounds : doc.Bounds();
+    const EffectValues middle = LensFlareDefaultValues(area.Width(), area.Height());
+    for (std::size_t i = step.givenRows; i < 2; ++i) values.rows[i] = middle.rows[i];
+  }
   // Big enough for every parameter block.
   alignas(8) unsigned char block[64] = {};
-  step.effect->packer(step.values, block);
+  step.effect->packer(values, block);
   ApplyToSelection(doc, step.effect->historyName, step.effect->operation, block,
-                   EffectDialogMargin(*step.effect, step.values.rows.empty() ? 0 : step.values.rows[0]));
+                   EffectDialogMargin(*step.effect, values.rows.empty() ? 0 : values.rows[0]));
 }
 
 // One stroke of a brush tool along a path, as the canvas would paint it
@@ -325,31 +406,6 @@ bool ClickTool(int32_t tool) { return tool == kToolFill || tool == kToolMagicWan
 void Say(std::string& err, std::initializer_list<std::string_view> parts) {
   for (std::string_view part : parts) err.append(part);
   err.push_back('\n');
-}
-
-// A finite number within a billion: far beyond any canvas, and safe to
-// turn into whole pixels.
-std::optional<double> ParseNumber(std::u16string_view text) {
-  const std::string s = Utf16ToUtf8(text);
-  char* end = nullptr;
-  const double v = std::strtod(s.c_str(), &end);
-  if (s.empty() || end == s.c_str() || *end || !std::isfinite(v) || std::fabs(v) > 1e9) return std::nullopt;
-  return v;
-}
-
-std::optional<std::vector<double>> ParseNumbers(std::u16string_view text, std::size_t count) {
-  std::vector<double> values;
-  while (values.size() < count) {
-    const std::size_t comma = text.find(u',');
-    const auto v = ParseNumber(text.substr(0, comma));
-    if (!v) return std::nullopt;
-    values.push_back(*v);
-    if (comma == text.npos) break;
-    text.remove_prefix(comma + 1);
-    if (values.size() == count) return std::nullopt;  // more than asked for
-  }
-  if (values.size() != count) return std::nullopt;
-  return values;
 }
 
 bool ParsePaintSetting(PaintJob& job, std::u16string_view key, std::u16string_view value,
@@ -445,12 +501,7 @@ std::optional<PaintJob> ParsePaint(const std::vector<std::u16string>& args, std:
 }
 
 void RunPaint(Document& doc, const PaintJob& job) {
-  if (job.select) {
-    const ShapePoint corners[] = {{double(job.select->x0), double(job.select->y0)},
-                                  {double(job.select->x1), double(job.select->y1)}};
-    if (auto region = RasterizeShape(doc, ShapeKind::Rectangle, corners, 0))
-      CommitRegion(doc, *region, kSelectNew);
-  }
+  if (job.select) SelectRectangle(doc, *job.select);
   ToolSettings tools;
   tools.SetTool(job.tool);
   tools.Current() = job.options;
@@ -532,7 +583,13 @@ int RunCli(const std::vector<std::u16string>& args, std::string& out, std::strin
       }
       auto doc = OpenDocument(in);
       if (!doc) return CannotOpen(in, err);
-      for (const ApplyStep& step : steps) RunStep(*doc, step);
+      for (const ApplyStep& step : steps) {
+        if (step.needsSelection && !doc->selection) {
+          err += "fill-from-surroundings needs a selection: put select=X0,Y0,X1,Y1 before it\n";
+          return kCliUsage;
+        }
+        RunStep(*doc, step);
+      }
       return SaveResult(*doc, outPath, mask, err);
     }
     const auto job = ParsePaint(rest, err, rangeError);

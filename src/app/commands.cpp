@@ -154,7 +154,7 @@ constexpr int32_t kLanded[] = {
     kCmdFreeRotate, kCmdFlipVertical, kCmdMirror, kCmdColorDepth, kCmdFillForeground,
     kCmdFillBackground, kCmdClear, kCmdLayerFromSelection, kCmdRotateLayerCw, kCmdRotateLayerCcw,
     kCmdRotateLayer180, kCmdFreeRotateLayer, kCmdFlipLayerVertical, kCmdMirrorLayer,
-    kCmdResizeLayer, kCmdBatch,
+    kCmdResizeLayer, kCmdBatch, kCmdHdrToneMap, kCmdWhitenArea, kCmdLensFlare, kCmdFillSurroundings,
 };
 
 // What each command needs beyond having landed.
@@ -253,8 +253,10 @@ std::vector<TabsMenuItem> TabsMenu(std::span<const std::u16string> titles, int32
   std::vector<TabsMenuItem> items;
   const std::size_t shown = std::min<std::size_t>(titles.size(), 9);
   for (std::size_t i = 0; i < shown; ++i) {
-    const std::string number = std::to_string(i + 1);
-    std::u16string text = u"&" + std::u16string(number.begin(), number.end()) + u"  ";
+    // Appends only: GCC 12 misreads operator+ here as an overlapping copy.
+    std::u16string text = u"&";
+    for (char c : std::to_string(i + 1)) text.push_back(static_cast<char16_t>(c));
+    text += u"  ";
     for (char16_t c : titles[i]) {
       text.push_back(c);
       if (c == u'&') text.push_back(u'&');
@@ -273,7 +275,10 @@ std::vector<TabsMenuItem> TabsMenu(std::span<const std::u16string> titles, int32
 std::u16string UndoRedoItemText(std::u16string_view base, std::u16string_view label) {
   const std::size_t tab = base.find(u'\t');
   std::u16string text(base.substr(0, tab));
-  if (!label.empty()) text += u" " + std::u16string(label);
+  if (!label.empty()) {
+    text += u' ';
+    text += label;
+  }
   if (tab != std::u16string_view::npos) text += base.substr(tab);
   return text;
 }

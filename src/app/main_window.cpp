@@ -32,12 +32,15 @@
 #include "processing/effect_dialogs.h"
 #include "processing/geometry.h"
 #include "processing/image_dialogs_window.h"
+#include "processing/inpaint.h"
+#include "processing/lens_flare.h"
 #include "platform/dpi_win32.h"
 #include "platform/form_dialog_win32.h"
 #include "platform/gdiplus_codecs_win32.h"
 #include "platform/gdiplus_drawing_win32.h"
 #include "platform/message_box_win32.h"
 #include "platform/modal_win32.h"
+#include "platform/progress_window_win32.h"
 #include "platform/theme_win32.h"
 #include "base/system_paths.h"
 #include "panels/history_panel.h"
@@ -776,7 +779,12 @@ void RunEffectCommand(Document& doc, int32_t id) {
       {kCmdPosterize, u"Posterize"}, {kCmdThreshold, u"Threshold"}, {kCmdBlur, u"Blur"},
       {kCmdGaussianBlur, u"Gaussian Blur"}, {kCmdLensBlur, u"Lens Blur"},
       {kCmdMotionBlur, u"Motion Blur"}, {kCmdSharpen, u"Sharpen"}, {kCmdAddNoise, u"Add Noise"},
-      {kCmdPixelate, u"Pixelate"}, {kCmdSpiral, u"Spiral"}};
+      {kCmdPixelate, u"Pixelate"}, {kCmdSpiral, u"Spiral"}, {kCmdHdrToneMap, u"HDR Tone Map"},
+      {kCmdWhitenArea, u"Whiten Area"}};
+  if (id == kCmdLensFlare) {
+    RunEffectDialog(g.main, doc, LensFlareEffect(), g.tools.colors.Primary(), g.tools.colors.Secondary());
+    return;
+  }
   for (const auto& [command, title] : kDialogs)
     if (command == id)
       if (const EffectDef* def = FindEffect(title))
@@ -790,6 +798,17 @@ void RunImmediateAdjustment(Document& doc, int32_t id) {
     BusyCursor busy;
     ApplyToSelection(doc, op.historyName, op.operation, nullptr, op.margin);
   }
+}
+
+// "Fill Selection from Surroundings…": how far to grow the selection, then
+// the synthesis with a progress bar; a cancelled fill changes nothing.
+void FillSurroundingsCommand(Document& doc) {
+  double grow = kFillGrowDefault;
+  if (!PromptValue(g.main, u"Fill Selection from Surroundings", u"Grow selection by (px):", grow, 0,
+                   kFillGrowMaximum, 0, true))
+    return;
+  RunWithProgress(g.main, L"Fill from Surroundings",
+                  [&doc, grow] { FillFromSurroundings(doc, static_cast<int32_t>(grow)); });
 }
 
 // The Image, Edit and Layers menus' geometry, fills and colour depth.
@@ -817,6 +836,7 @@ void DocumentCommand(Document& doc, int32_t id) {
     case kCmdFlipLayerVertical: FlipLayer(doc); break;
     case kCmdMirrorLayer: MirrorLayer(doc); break;
     case kCmdResizeLayer: RunResizeLayerDialog(g.main, doc); break;
+    case kCmdFillSurroundings: FillSurroundingsCommand(doc); break;
     default: return;
   }
   if (g.canvas) FitCanvasDocument(g.canvas, true);
@@ -934,6 +954,9 @@ void RunCommand(int32_t id) {
     case kCmdAddNoise:
     case kCmdPixelate:
     case kCmdSpiral:
+    case kCmdHdrToneMap:
+    case kCmdWhitenArea:
+    case kCmdLensFlare:
       if (doc) RunEffectCommand(*doc, id);
       break;
     case kCmdUndo:

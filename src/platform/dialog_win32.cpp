@@ -159,7 +159,10 @@ bool RunFieldDialog(HWND owner, const std::wstring& title, std::vector<DialogFie
       static_cast<short>(kMargin * 2 + kRowHeight * static_cast<int>(fields.size()) + 22);
   t.Dword(DS_MODALFRAME | DS_SETFONT | DS_CENTER | WS_POPUP | WS_CAPTION | WS_SYSMENU);
   t.Dword(0);
-  t.Word(static_cast<WORD>(fields.size() * 2 + 2 + (extra ? 1 : 0)));
+  // A note row is one control, any other row a label and its field.
+  std::size_t items = 2 + (extra ? 1 : 0);
+  for (const DialogField& f : fields) items += f.note ? 1 : 2;
+  t.Word(static_cast<WORD>(items));
   t.Word(0);
   t.Word(0);
   t.Word(static_cast<WORD>(width));

@@ -8,7 +8,9 @@
 
 #include "base/unicode.h"
 #include "processing/filters.h"
+#include "processing/hdr_tone_map.h"
 #include "processing/spiral.h"
+#include "processing/whiten_area.h"
 
 namespace tavora {
 namespace {
@@ -81,6 +83,12 @@ void PackAddNoise(const EffectValues& v, void* b) {
   Block<AddNoiseParams>(b) = {I(v, 0), v.option, v.choice == 0};  // "Gaussian" is the first choice
 }
 void PackPixelate(const EffectValues& v, void* b) { Block<PixelateParams>(b) = {I(v, 0)}; }
+void PackWhitenArea(const EffectValues& v, void* b) {
+  Block<WhitenAreaParams>(b) = {I(v, 0), I(v, 1), I(v, 2), I(v, 3), I(v, 4), I(v, 5)};
+}
+void PackHdrToneMap(const EffectValues& v, void* b) {
+  Block<HdrToneMapParams>(b) = {F(v, 0), F(v, 1), F(v, 2), F(v, 3), F(v, 4), I(v, 5)};
+}
 void PackSpiral(const EffectValues& v, void* b) {
   Block<SpiralParams>(b) = {I(v, 0), I(v, 1), I(v, 2), v.option, v.color1 | 0xFF000000u,
                             v.color2 | 0xFF000000u};
@@ -112,11 +120,10 @@ constexpr EffectDef kEffects[] = {
      MarginKind::None, true, {}, {}, u"Distribution:", kDistributions, u"add-noise"},
     {u"Pixelate", u"Pixelate", kPixelate, {}, &Pixelate, &PackPixelate, MarginKind::None, true, {}, {},
      {}, {}, u"pixelate"},
-    // Whiten Area and HDR Tone Map come with the special effects.
-    {u"Whiten Area", u"Whiten Area", kWhitenArea, {}, nullptr, nullptr, MarginKind::None, true, {}, {},
-     {}, {}, u"whiten-area"},
-    {u"HDR Tone Map", u"HDR Tone Map", kHdrToneMap, {}, nullptr, nullptr, MarginKind::WholeLayer, false,
-     {}, {}, {}, {}, u"hdr-tone-map"},
+    {u"Whiten Area", u"Whiten Area", kWhitenArea, {}, &WhitenArea, &PackWhitenArea, MarginKind::None, true,
+     {}, {}, {}, {}, u"whiten-area"},
+    {u"HDR Tone Map", u"HDR Tone Map", kHdrToneMap, {}, &HdrToneMap, &PackHdrToneMap, MarginKind::WholeLayer,
+     false, {}, {}, {}, {}, u"hdr-tone-map"},
     {u"Spiral", u"Spiral", kSpiral, u"Spiral turns counter-clockwise", &Spiral, &PackSpiral,
      MarginKind::None, true, u"Color 1:", u"Color 2:", {}, {}, u"spiral"},
 };

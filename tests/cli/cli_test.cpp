@@ -144,9 +144,9 @@ TEST(CliApply, RunsTableOperationsInOrderAndChecksRanges) {
     EXPECT_EQ(range.err.find("usage:"), std::string::npos) << range.err;
     EXPECT_FALSE(std::filesystem::exists(dir / "x.tvl"));
   }
-  // An operation not available yet, an unknown one, values for an immediate
-  // one, an unknown choice, a third colour.
-  for (std::u16string bad : {u"whiten-area", u"frobnicate", u"invert=3", u"add-noise=30,2",
+  // An unknown operation, values for an immediate one, an unknown choice, a
+  // third colour.
+  for (std::u16string bad : {u"frobnicate", u"invert=3", u"add-noise=30,2",
                              u"spiral=10,100,0,#FF0000,#0000FF,#00FF00"})
     EXPECT_EQ(Cli({u"apply", bad, in, x}).status, kCliUsage) << Ascii(bad);
   EXPECT_FALSE(std::filesystem::exists(dir / "x.tvl"));
@@ -162,7 +162,8 @@ TEST(CliApply, RunsTableOperationsInOrderAndChecksRanges) {
   EXPECT_EQ(ops.status, kCliOk);
   EXPECT_NE(ops.out.find("gaussian-blur (\"Gaussian Blur\")\n    Radius (px): 0.1..100, default 3\n"),
             std::string::npos);
-  EXPECT_NE(ops.out.find("hdr-tone-map (\"HDR Tone Map\") [not available yet]"), std::string::npos);
+  EXPECT_NE(ops.out.find("hdr-tone-map (\"HDR Tone Map\")\n    Exposure (EV): -3..3, default 0\n"),
+            std::string::npos);
   EXPECT_NE(ops.out.find("edge-detect (\"Edge Detect\")"), std::string::npos);
 }
 
@@ -177,6 +178,45 @@ TEST(CliApply, SpiralTakesItsColoursAfterTheRows) {
   EXPECT_EQ(px.At(35, 30), 0xFFFF0000u);  // 5.5 px right of the centre: the line
   EXPECT_EQ(px.At(45, 30), 0xFF0000FFu);  // 15.5 px: the gap
   EXPECT_EQ(px.At(0, 0), 0xFF808080u);    // outside the radius
+}
+
+// select= sets the selection for the steps after it; the flare starts in
+// the middle of the selection unless placed; fill-from-surroundings needs
+// a selection and keeps to it.
+TEST(CliApply, SelectionStepsLensFlareAndFillFromSurroundings) {
+  TempDir dir;
+  const std::u16string in = Plain(dir, "g.tvl", 80, 60, 0xFF404040);
+  ASSERT_EQ(Cli({u"apply", u"select=40,0,80,60", u"lens-flare=,,,", in, U(dir / "x.tvl")}).status, kCliUsage);
+  Result r = Cli({u"apply", u"select=40,0,80,60", u"lens-flare", in, U(dir / "f.tvl")});
+  ASSERT_EQ(r.status, kCliOk) << r.err;
+  const Surface flare = ReadLayeredDocument(dir / "f.tvl")->layers[0].pixels;
+  EXPECT_EQ(flare.At(10, 30), 0xFF404040u);                // outside the selection
+  EXPECT_GT(flare.At(60, 30) & 0xFF, flare.At(45, 5) & 0xFF);  // brightest at the middle
+  EXPECT_EQ(Cli({u"apply", u"lens-flare=5,5,0", in, U(dir / "z.tvl")}).status, kCliOk);  // brightness 0
+  EXPECT_TRUE(SamePixels(ReadLayeredDocument(dir / "z.tvl")->layers[0].pixels,
+                         ReadLayeredDocument(dir / "g.tvl")->layers[0].pixels));
+
+  auto doc = CreateDocument(80, 60, 72, 0xFFE0E0E0, 0);
+  for (int32_t x = 10; x < 70; ++x) doc->layers[0].pixels.At(x, 30) = 0xFF000000;
+  ASSERT_TRUE(WriteLayeredDocument(*doc, dir / "line.tvl"));
+  Result none = Cli({u"apply", u"fill-from-surroundings", U(dir / "line.tvl"), U(dir / "x.tvl")});
+  EXPECT_EQ(none.status, kCliUsage);
+  EXPECT_NE(none.err.find("needs a selection"), std::string::npos);
+  EXPECT_FALSE(std::filesystem::exists(dir / "x.tvl"));
+  EXPECT_EQ(Cli({u"apply", u"select=20,20,40,40", u"fill-from-surroundings=101", U(dir / "line.tvl"), U(dir / "x.tvl")})
+                .status,
+            kCliUsage);
+  r = Cli({u"apply", u"select=20,25,40,35", u"fill-from-surroundings=2", U(dir / "line.tvl"), U(dir / "h.tvl")});
+  ASSERT_EQ(r.status, kCliOk) << r.err;
+  const Surface healed = ReadLayeredDocument(dir / "h.tvl")->layers[0].pixels;
+  EXPECT_EQ(healed.At(15, 30), 0xFF000000u);  // outside the grown selection
+  EXPECT_EQ(healed.At(30, 30), 0xFFE0E0E0u);  // the line is gone inside it
+
+  Result ops = Cli({u"ops"});
+  for (const char* name : {"\nlens-flare (\"Lens Flare\")\n    Center X:", "\nfill-from-surroundings (",
+                           "\nwhiten-area (\"Whiten Area\")\n", "\nselect ("})
+    EXPECT_NE(ops.out.find(name), std::string::npos) << name;
+  EXPECT_EQ(ops.out.find("not available yet"), std::string::npos);
 }
 
 TEST(CliPaint, StrokesLikeTheCanvasAndKeepsToTheSelection) {
