@@ -1,6 +1,7 @@
 #include "cli/cli.h"
 #include "cli/cli_batch.h"
 #include "cli/cli_draw.h"
+#include "cli/cli_effects.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -555,6 +556,7 @@ int SaveResult(Document& doc, const std::filesystem::path& out, const std::optio
 int RunCli(const std::vector<std::u16string>& args, std::string& out, std::string& err) {
   if (auto status = RunBatchCommand(args, out, err)) return *status;
   if (auto status = RunDrawCommand(args, out, err)) return *status;
+  if (auto status = RunEffectsCommand(args, out, err)) return *status;
   if (args.empty()) return Usage(err);
   const std::u16string& command = args[0];
   if (command == u"ops" && args.size() == 1) {

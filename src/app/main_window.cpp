@@ -23,6 +23,7 @@
 #include "document/layer_commands.h"
 #include "document/document_events.h"
 #include "document/edit_fill.h"
+#include "document/effect_params.h"
 #include "document/size_limits.h"
 #include "formats/batch_dialog_window.h"
 #include "formats/file_formats.h"
@@ -45,6 +46,7 @@
 #include "base/system_paths.h"
 #include "panels/history_panel.h"
 #include "panels/layers_panel.h"
+#include "panels/layer_effects_dialog_window.h"
 #include "panels/options_bar.h"
 #include "panels/toolbox.h"
 #include "tools/canvas.h"
@@ -733,42 +735,11 @@ void ShowMoreTabs() {
   }
 }
 
-std::wstring PropertiesProblem(const std::vector<DialogField>& fields) {
-  if (fields[0].value.empty()) return L"Enter a name for the layer.";
-  const int opacity = _wtoi(fields[1].value.c_str());
-  if (opacity < 0 || opacity > 255 || fields[1].value.find_first_not_of(L"0123456789") != std::wstring::npos)
-    return L"Please enter a value between 0 and 255.";
-  return {};
-}
-
-// Name, opacity, blend mode and visibility of the active layer, as one step.
-void LayerProperties(Document& doc) {
-  Layer* layer = ActiveLayer(&doc);
-  if (!layer) return;
-  std::vector<std::wstring> modes;
-  for (int32_t m = 0; m < kBlendModeCount; ++m) modes.push_back(Wide(BlendModeName(m)));
-  std::vector<DialogField> fields{{L"Name:", Wide(layer->Name()), {}},
-                                  {L"Opacity (0-255):", std::to_wstring(layer->opacity), {}},
-                                  {L"Blend mode:", Wide(BlendModeName(layer->blendMode)), modes},
-                                  {L"Visible:", layer->visible ? L"Yes" : L"No", {L"Yes", L"No"}}};
-  if (!RunFieldDialog(g.main, L"Layer Properties", fields, &PropertiesProblem)) return;
-  int32_t mode = 0;
-  for (int32_t m = 0; m < kBlendModeCount; ++m)
-    if (modes[m] == fields[2].value) mode = m;
-  const std::u16string name(fields[0].value.begin(), fields[0].value.end());
-  const int32_t opacity = _wtoi(fields[1].value.c_str());
-  const bool visible = fields[3].value == L"Yes";
-  if (name == layer->Name() && opacity == layer->opacity && mode == layer->blendMode &&
-      visible == layer->visible)
-    return;
-  PushLayer(doc, doc.active, u"Layer Properties");
-  layer = ActiveLayer(&doc);
-  layer->SetName(name);
-  layer->opacity = opacity;
-  layer->blendMode = mode;
-  layer->visible = visible;
-  Invalidate(doc, doc.active, doc.Bounds());
-  NotifyLayersChanged(doc);
+// The canvas follows the Properties and Effects dialog's preview.
+void RepaintCanvas(void*) {
+  if (!g.canvas) return;
+  InvalidateCanvas(g.canvas);
+  UpdateWindow(g.canvas);
 }
 
 // The commands that open an effect dialog, by the dialog's title.
@@ -970,7 +941,10 @@ void RunCommand(int32_t id) {
       if (doc) FlattenCommand(*doc);
       break;
     case kCmdNewLayer:
-      if (doc) NewLayerCommand(*doc);
+      if (doc) {
+        const LayerEffects defaults = LoadEffectDefaults(AppSettings().Snapshot());
+        NewLayerCommand(*doc, &defaults);
+      }
       break;
     case kCmdDuplicateLayer:
       if (doc) DuplicateLayerCommand(*doc);
@@ -982,7 +956,7 @@ void RunCommand(int32_t id) {
       if (doc) MergeDownCommand(*doc);
       break;
     case kCmdLayerProperties:
-      if (doc) LayerProperties(*doc);
+      if (doc && ActiveLayer(doc)) RunLayerEffectsDialog(g.main, *doc, doc->active, &RepaintCanvas, nullptr);
       break;
     case kCmdLayerUp:
     case kCmdLayerDown:

@@ -118,9 +118,24 @@ int32_t FastPathLayer(const Document& doc) {
   return plain ? found : -1;
 }
 
+// A hidden layer's effects wait until it is shown (its dirty rectangle
+// keeps growing meanwhile); a layer with none on drops its caches.
 void RenderDirtyEffects(Document& doc) {
   for (Layer& layer : doc.layers) {
-    if (!layer.effectsDirty.Empty() || !AnyEffectOn(layer)) RenderLayerEffects(layer);
+    if (layer.visible && !layer.effectsDirty.Empty()) RenderLayerEffects(layer);
+    else if (!AnyEffectOn(layer)) RenderLayerEffects(layer);
+  }
+}
+
+// Caches that no longer show their layer's effects (a parameter or the fx
+// switch changed without an invalidation) are drawn whole, and where they
+// show, the composite is redone: a flat copy or a merge never bakes stale
+// effects.
+void MarkStaleEffects(Document& doc) {
+  for (Layer& layer : doc.layers) {
+    if (!EffectCachesStale(layer)) continue;
+    layer.effectsDirty = {0, 0, layer.Width(), layer.Height()};
+    if (layer.visible) doc.compositeDirty = doc.Bounds();
   }
 }
 
@@ -145,6 +160,7 @@ void FinishCanvasChange(Document& doc) {
 }
 
 void Composite(Document& doc) {
+  MarkStaleEffects(doc);
   const int32_t fast = FastPathLayer(doc);
   if (fast >= 0) {
     doc.compositeLayer = fast;

@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "document/layer_effects.h"
+
 namespace tavora {
 
 std::u16string_view TruncateUtf16(std::u16string_view text, std::size_t maxUnits) {
@@ -46,6 +48,7 @@ void Layer::DropEffectCaches() {
   under.reset();
   over.reset();
   effectsWork = Surface();
+  renderedEffects.reset();
 }
 
 void Layer::RebuildFromExtended() {
@@ -92,6 +95,7 @@ int32_t EffectMargin(const Layer& layer) {
   reach(e.stroke.on, int64_t{e.stroke.thickness} + e.stroke.smoothness + 3);
   reach(e.bloom.on, 2 * int64_t{e.bloom.spread} + 4);
   // Colour and gradient overlays never paint outside the layer's own pixels.
+  margin = std::max(margin, EffectReach(e));
   return static_cast<int32_t>(std::min<int64_t>(margin, kMaxEffectMargin));
 }
 

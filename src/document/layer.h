@@ -4,6 +4,7 @@
 // parameter groups and the caches the effect renderer fills.
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -150,6 +151,9 @@ class Layer {
   Rect effectsDirty;
   Surface effectsWork;
   bool rebuildEffects = false;
+  // The parameters the caches were drawn with: when they differ from
+  // `effects` the caches are drawn whole again. Not copied with the layer.
+  std::optional<LayerEffects> renderedEffects;
 
   std::unique_ptr<TextRecord> text;
 
@@ -160,7 +164,11 @@ class Layer {
 // True when the layer's effects are not hidden and at least one group is on.
 bool AnyEffectOn(const Layer& layer);
 // How far beyond the layer's opaque content its enabled effects can reach,
-// never below 0 and never above kMaxEffectMargin.
+// never below 0 and never above kMaxEffectMargin: the larger of each
+// group's rule (shadow: offset + blur + 2; glows: size + 2; bevel: size +
+// soften + 2; stroke: thickness + smoothness + 3; bloom: 2 x spread + 4)
+// and how far the renderer really reads (a shadow's blur of radius r
+// reaches about 1.5 r).
 inline constexpr int32_t kMaxEffectMargin = 1 << 20;
 int32_t EffectMargin(const Layer& layer);
 

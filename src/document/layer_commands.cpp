@@ -70,8 +70,10 @@ void MergeDown(Document& doc, int32_t index) {
   if (index < 1 || index >= doc.LayerCount()) return;
   Layer& upper = doc.layers[index];
   Layer& lower = doc.layers[index - 1];
-  if (AnyEffectOn(upper)) RenderLayerEffects(upper);
-  if (AnyEffectOn(lower)) RenderLayerEffects(lower);
+  // Both layers' caches up to date (or dropped when their effects are off),
+  // so that the merge bakes exactly what the canvas shows.
+  RenderLayerEffects(upper);
+  RenderLayerEffects(lower);
   // The pair alone, the lower one plain, into a fresh buffer.
   const bool visible = lower.visible;
   const int32_t opacity = lower.opacity, mode = lower.blendMode;
@@ -101,9 +103,11 @@ void MergeDown(Document& doc, int32_t index) {
   Changed(doc);
 }
 
-void NewLayerCommand(Document& doc) {
+void NewLayerCommand(Document& doc, const LayerEffects* effects) {
   PushWholeDocument(doc, u"New Layer");
-  InsertLayer(doc, Layer(doc.width, doc.height, NewLayerName(doc)), -1);
+  Layer layer(doc.width, doc.height, NewLayerName(doc));
+  if (effects) layer.effects = *effects;
+  InsertLayer(doc, std::move(layer), -1);
 }
 
 void DuplicateLayerCommand(Document& doc) {

@@ -25,7 +25,9 @@ void MergeDown(Document& doc, int32_t index);
 
 // The Layers menu's commands, each one whole-document history step (Move
 // Up and Move Down only when there is somewhere to move).
-void NewLayerCommand(Document& doc);
+// A new layer takes `effects` (all switched off) when given: the values the
+// user chose last.
+void NewLayerCommand(Document& doc, const LayerEffects* effects = nullptr);
 void DuplicateLayerCommand(Document& doc);
 void DeleteLayerCommand(Document& doc);
 void MergeDownCommand(Document& doc);

@@ -305,7 +305,7 @@ bool ReadExtra(Cursor extra, Record& r) {
       if (data.U32(count) && uint64_t(count) * 2 <= data.Left()) {
         r.name.clear();
         for (uint32_t i = 0; i < count && i < kMaxLayerNameLength; ++i) {
-          uint32_t unit;
+          uint32_t unit = 0;
           data.U16(unit);
           r.name.push_back(char16_t(unit));
         }

@@ -16,6 +16,7 @@
 #include "panels/layers_panel.h"
 #include "platform/dialog_win32.h"
 #include "platform/dpi_win32.h"
+#include "platform/modal_win32.h"
 
 namespace tavora {
 namespace {
@@ -220,6 +221,32 @@ LRESULT CALLBACK PanelProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
     case WM_CAPTURECHANGED:
       g_layers.dragFrom = -1;
       return 0;
+    case WM_RBUTTONUP: {
+      // The layer's own menu: it becomes the active layer first.
+      const int32_t index = LayerAt(hwnd, GET_Y_LPARAM(lp));
+      if (index < 0 || !g_layers.doc) return 0;
+      Document& doc = *g_layers.doc;
+      if (doc.active != index) {
+        doc.active = index;
+        NotifyLayersChanged(doc);
+      }
+      HMENU menu = CreatePopupMenu();
+      AppendMenuW(menu, MF_STRING, kCmdLayerProperties, L"&Properties and Effects\u2026");
+      AppendMenuW(menu, MF_SEPARATOR, 0, nullptr);
+      AppendMenuW(menu, MF_STRING, kCmdDuplicateLayer, L"D&uplicate Layer");
+      AppendMenuW(menu, MF_STRING | (doc.LayerCount() > 1 ? 0u : MF_GRAYED), kCmdDeleteLayer, L"&Delete Layer");
+      AppendMenuW(menu, MF_STRING | (index > 0 ? 0u : MF_GRAYED), kCmdMergeDown, L"&Merge Down");
+      POINT at{GET_X_LPARAM(lp), GET_Y_LPARAM(lp)};
+      ClientToScreen(hwnd, &at);
+      int command = 0;
+      {
+        SystemModalWatch watch;
+        command = TrackPopupMenu(menu, TPM_RETURNCMD | TPM_RIGHTBUTTON, at.x, at.y, 0, hwnd, nullptr);
+      }
+      DestroyMenu(menu);
+      if (command) SendMessageW(GetAncestor(hwnd, GA_ROOT), WM_COMMAND, static_cast<WPARAM>(command), 0);
+      return 0;
+    }
     case WM_LBUTTONDBLCLK: {
       const int32_t index = LayerAt(hwnd, GET_Y_LPARAM(lp));
       if (index >= 0 && GET_X_LPARAM(lp) >= S(hwnd, 26)) Rename(hwnd, index);
