@@ -118,7 +118,8 @@ void FormDialog::SetNumber(int id, double value, uint32_t decimals) {
   Row* r = Find(id);
   if (!r) return;
   r->value = FormatValue(value, decimals);
-  if (r->control) {
+  // Setting the same text again would still put the caret back to the start.
+  if (r->control && WindowText(r->control) != r->value) {
     syncing_ = true;
     SetWindowTextW(r->control, r->value.c_str());
     syncing_ = false;

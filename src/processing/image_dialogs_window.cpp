@@ -100,9 +100,10 @@ bool RunResizeImageDialog(HWND owner, Document& doc) {
   };
   auto follow = [&](FormDialog& f, SizeField changed, double value) {
     fields = FollowSizeField(doc.width, doc.height, fields, changed, value, f.Checked(keep));
-    f.SetNumber(width, fields.width, 0);
-    f.SetNumber(height, fields.height, 0);
-    f.SetNumber(percent, fields.percent, 2);
+    // The box being typed in keeps its text (and its caret).
+    if (changed != SizeField::Width) f.SetNumber(width, fields.width, 0);
+    if (changed != SizeField::Height) f.SetNumber(height, fields.height, 0);
+    if (changed != SizeField::Percent) f.SetNumber(percent, fields.percent, 2);
   };
   form.onChange = [&](FormDialog& f, int id) {
     if (id == width || id == height || id == percent) {
