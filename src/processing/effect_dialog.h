@@ -9,9 +9,12 @@
 namespace tavora {
 
 // Shows the dialog modally over `owner`; true when the effect was applied
-// (as one undo step). Previews draw straight into the layer and are undone
-// exactly on Cancel. An effect with colours starts from its remembered
-// ones, else from the colour boxes' primary and secondary colours.
+// (as one undo step). Previews are worked out on a worker thread, drawn
+// into the layer and undone exactly on Cancel; the final run shows its
+// progress and can be cancelled, leaving the document as it was. An effect
+// with colours starts from its remembered ones, else from the colour boxes'
+// primary and secondary colours. Lens Flare (LensFlareEffect()) adds a
+// thumbnail of the operated area on which a click places the source.
 bool RunEffectDialog(HWND owner, Document& doc, const EffectDef& def, uint32_t primary,
                      uint32_t secondary);
 

@@ -1,48 +1,78 @@
 // "KZDlg": rows of labelled values (with sliders where the table asks for
-// them), the option, the choice and "Live preview"; previews run on timer 77.
+// them), the option, the choice and "Live preview". A change waits on timer
+// 77 for typing to pause, then the preview runs on a worker (one job at a
+// time: a newer change cancels the running one and follows it); its result
+// reaches the layer here, on the window's thread, when the job's message
+// arrives. OK runs the effect the same way with a progress bar, unless the
+// exact preview on show already is the result.
 #include <windows.h>
 #include <commctrl.h>
+#include <windowsx.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
-#include "base/memory.h"
 #include "base/settings_store.h"
-#include "document/composite.h"
 #include "platform/dialog_win32.h"
 #include "platform/dpi_win32.h"
 #include "platform/message_box_win32.h"
 #include "platform/modal_win32.h"
 #include "platform/theme_win32.h"
-#include "processing/adjustments.h"
 #include "processing/effect_dialog.h"
+#include "processing/effect_preview.h"
+#include "processing/lens_flare.h"
 
 namespace tavora {
 namespace {
 
-constexpr UINT_PTR kPreviewTimer = 77;
+constexpr UINT_PTR kPreviewTimer = 77, kProgressTimer = 78;
+constexpr UINT kJobEnded = WM_APP + 77;  // wParam: the job's serial
 constexpr int kRowId = 100, kSliderId = 200, kColor1Id = 20, kColor2Id = 21, kChoiceId = 22,
-              kPanelColorsId = 23, kSwapColorsId = 24, kPreviewId = 50, kOptionId = 51;
+              kPanelColorsId = 23, kSwapColorsId = 24, kPreviewId = 50, kOptionId = 51, kBarId = 52,
+              kBarTextId = 53, kThumbnailId = 54;
+// A job quicker than this shows no progress bar.
+constexpr DWORD kQuietMs = 300;
+
+// Editing until OK or Cancel; then the effect is applied, or the running
+// job stops before the dialog ends.
+enum class Phase { Editing, Applying, Closing };
 
 struct DialogState {
   Document* doc = nullptr;
   const EffectDef* def = nullptr;
-  Rect target, work;
-  std::unique_ptr<uint32_t[], FreeDeleter> saved;  // the work rectangle as it was
-  bool previewShown = false;
+  std::unique_ptr<EffectPreviewSession> session;
+  std::unique_ptr<EffectJob> job;  // at most one
+  bool jobApplies = false;
+  WPARAM jobSerial = 0;
+  DWORD jobStart = 0;
+  bool previewWanted = false;        // values changed while the job ran
+  EffectValues shownValues;          // of the preview in the layer
+  std::optional<EffectResult> exact;  // that preview, when exact: OK takes it as it is
+  EffectValues finalValues;          // once OK is pressed
+  double screenScale = 1;            // device pixels per image pixel on the canvas
+  Phase phase = Phase::Editing;
+  bool marquee = false;
   bool syncing = false;
   bool done = false, applied = false;
   HWND window = nullptr;
   std::vector<HWND> edits, sliders;
-  HWND choice = nullptr, option = nullptr, preview = nullptr;
+  HWND choice = nullptr, option = nullptr, preview = nullptr, bar = nullptr, barText = nullptr;
   HWND focus = nullptr;  // the control with the focus when the dialog was last active
   bool hasColors = false;
   uint32_t colors[2] = {0xFF000000, 0xFFFFFFFF};
   uint32_t panel[2] = {0xFF000000, 0xFFFFFFFF};  // the colour boxes' primary and secondary
   HWND colorButtons[2] = {nullptr, nullptr};
+  // Lens Flare: the operated area's thumbnail, where a click places the source.
+  bool flare = false;
+  HWND thumbnail = nullptr;
+  ThumbnailSize thumb;
+  std::vector<uint32_t> thumbPixels;
+  int crossArm = 6;
 };
 DialogState* g_dialog = nullptr;  // one effect dialog at a time
 
@@ -54,19 +84,34 @@ std::wstring Format(double v, uint32_t decimals) {
   return text;
 }
 
+// A remembered value's key: "c<n>".
+std::u16string Key(int n) {
+  std::u16string key = u"c";
+  for (char c : std::to_string(n)) key += char16_t(c);
+  return key;
+}
+
+bool SameValues(const EffectValues& a, const EffectValues& b) {
+  return a.rows == b.rows && a.option == b.option && a.choice == b.choice && a.color1 == b.color1 &&
+         a.color2 == b.color2;
+}
+
+std::optional<double> RowValue(const DialogState& d, std::size_t i) {
+  wchar_t text[64] = {};
+  GetWindowTextW(d.edits[i], text, 64);
+  const std::wstring_view typed(text);
+  return ParseTypedValue(std::u16string(typed.begin(), typed.end()), d.def->rows[i]);
+}
+
 // The values on screen. A row whose text is not a number in its range
 // (empty, "nan", out of range) is named in `badRow` and keeps its default.
 EffectValues ReadValues(const DialogState& d, int* badRow = nullptr) {
   EffectValues v;
   if (badRow) *badRow = -1;
   for (std::size_t i = 0; i < d.def->rows.size(); ++i) {
-    const ParamRow& row = d.def->rows[i];
-    wchar_t text[64] = {};
-    GetWindowTextW(d.edits[i], text, 64);
-    const std::wstring_view typed(text);
-    const auto value = ParseTypedValue(std::u16string(typed.begin(), typed.end()), row);
+    const auto value = RowValue(d, i);
     if (!value && badRow && *badRow < 0) *badRow = static_cast<int>(i);
-    v.rows.push_back(value.value_or(row.fallback));
+    v.rows.push_back(value.value_or(d.def->rows[i].fallback));
   }
   v.option = d.option && SendMessageW(d.option, BM_GETCHECK, 0, 0) == BST_CHECKED;
   v.choice = d.choice ? static_cast<int32_t>(SendMessageW(d.choice, CB_GETCURSEL, 0, 0)) : 0;
@@ -76,66 +121,194 @@ EffectValues ReadValues(const DialogState& d, int* badRow = nullptr) {
   return v;
 }
 
-void WriteRegion(DialogState& d, const uint32_t* work, bool redraw) {
-  Surface& pixels = ActiveLayer(d.doc)->pixels;
-  const int32_t ww = d.work.Width();
-  for (int32_t y = d.target.y0; y < d.target.y1; ++y) {
-    uint32_t* row = pixels.Row(y);
-    const uint32_t* src = work + std::size_t(y - d.work.y0) * ww - d.work.x0;
-    const uint32_t* before = d.saved.get() + std::size_t(y - d.work.y0) * ww - d.work.x0;
-    const uint8_t* mask = d.doc->selection ? d.doc->selection->Row(y) : nullptr;
-    for (int32_t x = d.target.x0; x < d.target.x1; ++x) {
-      const uint32_t cover = mask ? mask[x] : 255;
-      row[x] = cover == 255 ? src[x] : cover == 0 ? before[x] : LerpPixel(before[x], src[x], cover);
-    }
-  }
-  if (redraw) Invalidate(*d.doc, d.doc->active, d.target);
+bool LiveChecked(const DialogState& d) { return SendMessageW(d.preview, BM_GETCHECK, 0, 0) == BST_CHECKED; }
+
+void RefreshThumbnail(DialogState& d) {
+  if (!d.thumbnail) return;
+  RenderThumbnail(ActiveLayer(d.doc)->pixels, d.session->Target(), d.thumb.width, d.thumb.height,
+                  d.thumbPixels.data());
+  InvalidateRect(d.thumbnail, nullptr, FALSE);
 }
 
-void RestoreSaved(DialogState& d, bool redraw) {
-  if (!d.previewShown) return;
-  WriteRegion(d, d.saved.get(), redraw);  // coverage of the saved pixels is the pixels themselves
-  d.previewShown = false;
+void StartJob(DialogState& d, const EffectValues& values, bool applies) {
+  const Rect& t = d.session->Target();
+  const double scale = applies ? 1.0 : PreviewScale(*d.def, t.Width(), t.Height(), d.screenScale);
+  const WPARAM serial = ++d.jobSerial;
+  HWND window = d.window;
+  d.job = d.session->Start(values, scale, [window, serial] { PostMessageW(window, kJobEnded, serial, 0); });
+  d.jobApplies = applies;
+  // A bar already up stays up for the job that follows.
+  d.jobStart = GetTickCount() - (IsWindowVisible(d.bar) ? kQuietMs : 0);
+  SetTimer(d.window, kProgressTimer, 100, nullptr);
 }
 
 void Preview(DialogState& d) {
-  const bool live = SendMessageW(d.preview, BM_GETCHECK, 0, 0) == BST_CHECKED;
-  if (!live) {
-    RestoreSaved(d, true);
+  if (d.phase != Phase::Editing) return;
+  if (!LiveChecked(d)) {
+    d.previewWanted = false;
+    if (d.job) d.job->Cancel();
+    d.session->Restore();
+    d.exact.reset();
+    RefreshThumbnail(d);
     return;
   }
   int bad = -1;
   const EffectValues values = ReadValues(d, &bad);
   if (bad >= 0) return;  // half-typed: the last preview stays until the value is whole
-  const std::size_t n = std::size_t(d.work.Width()) * std::size_t(d.work.Height());
-  std::unique_ptr<uint32_t[], FreeDeleter> copy(static_cast<uint32_t*>(CheckedAlloc(n * 4)));
-  std::memcpy(copy.get(), d.saved.get(), n * 4);
-  alignas(8) unsigned char block[64] = {};
-  d.def->packer(values, block);
-  HCURSOR old = SetCursor(LoadCursorW(nullptr, IDC_WAIT));
-  d.def->operation(copy.get(), d.work.Width(), d.work.Height(), block);
-  SetCursor(old);
-  WriteRegion(d, copy.get(), true);
-  d.previewShown = true;
+  if (d.job) {
+    // The running job either is this preview already or is thrown away.
+    d.previewWanted = d.job->Cancelled() || !SameValues(d.job->Values(), values);
+    if (d.previewWanted) d.job->Cancel();
+    return;
+  }
+  if (d.session->Showing() && SameValues(values, d.shownValues)) return;
+  d.exact.reset();  // its memory goes to the new job
+  StartJob(d, values, false);
 }
 
-void Restart(DialogState& d, UINT ms) { SetTimer(d.window, kPreviewTimer, ms, nullptr); }
+void ShowProgress(DialogState& d, bool show) {
+  if (!show) {
+    d.marquee = false;
+    SendMessageW(d.bar, PBM_SETMARQUEE, FALSE, 0);
+    SetWindowLongPtrW(d.bar, GWL_STYLE, GetWindowLongPtrW(d.bar, GWL_STYLE) & ~LONG_PTR(PBS_MARQUEE));
+  }
+  ShowWindow(d.bar, show ? SW_SHOWNA : SW_HIDE);
+  ShowWindow(d.barText, show ? SW_SHOWNA : SW_HIDE);
+}
+
+void UpdateProgress(DialogState& d) {
+  if (!d.job) {
+    KillTimer(d.window, kProgressTimer);
+    ShowProgress(d, false);
+    return;
+  }
+  if (GetTickCount() - d.jobStart < kQuietMs) return;
+  const wchar_t* text = d.phase == Phase::Closing    ? L"Stopping…"
+                        : d.phase == Phase::Applying ? L"Applying…"
+                                                     : L"Rendering preview…";
+  wchar_t shown[64] = {};
+  GetWindowTextW(d.barText, shown, 64);
+  if (std::wcscmp(shown, text) != 0) SetWindowTextW(d.barText, text);
+  // Operations that do not count their rows get a bar that only shows work goes on.
+  const double fraction = d.job->Fraction();
+  const bool marquee = fraction <= 0;
+  if (marquee != d.marquee) {
+    const LONG_PTR style = GetWindowLongPtrW(d.bar, GWL_STYLE);
+    SetWindowLongPtrW(d.bar, GWL_STYLE, marquee ? style | PBS_MARQUEE : style & ~LONG_PTR(PBS_MARQUEE));
+    SendMessageW(d.bar, PBM_SETMARQUEE, marquee, 30);
+    d.marquee = marquee;
+  }
+  if (!marquee) SendMessageW(d.bar, PBM_SETPOS, static_cast<WPARAM>(fraction * 1000), 0);
+  ShowProgress(d, true);
+}
+
+// While the effect is applied or the dialog closes only Cancel answers.
+void EnterBusy(DialogState& d) {
+  for (HWND c = GetWindow(d.window, GW_CHILD); c; c = GetWindow(c, GW_HWNDNEXT)) {
+    const int id = GetDlgCtrlID(c);
+    if (id != IDCANCEL && id != kBarId && id != kBarTextId) EnableWindow(c, FALSE);
+  }
+  HWND cancel = GetDlgItem(d.window, IDCANCEL);
+  d.focus = cancel;
+  if (d.phase == Phase::Closing) EnableWindow(cancel, FALSE);
+  else SetFocus(cancel);
+}
+
+void Commit(DialogState& d, const EffectResult& result) {
+  d.session->Commit(result);
+  d.applied = d.done = true;
+}
+
+void JobEnded(DialogState& d, WPARAM serial) {
+  if (!d.job || serial != d.jobSerial) return;
+  std::optional<EffectResult> result = d.job->Take();
+  const bool applies = d.jobApplies, exact = d.job->Exact();
+  const EffectValues values = d.job->Values();
+  d.job.reset();
+  if (d.phase == Phase::Closing) {
+    d.done = true;
+  } else if (d.phase == Phase::Applying) {
+    if (applies) {
+      if (result) Commit(d, *result);
+      else d.done = true;
+    } else if (result && exact && SameValues(values, d.finalValues)) {
+      Commit(d, *result);  // the preview OK waited for is the result
+    } else {
+      StartJob(d, d.finalValues, true);
+    }
+  } else {
+    if (result && !d.previewWanted) {
+      d.session->Show(*result);
+      d.shownValues = values;
+      if (exact) d.exact = std::move(result);
+      RefreshThumbnail(d);
+    }
+    if (d.previewWanted) {
+      d.previewWanted = false;
+      Preview(d);
+    }
+  }
+  if (!d.job) UpdateProgress(d);
+}
+
+void Apply(DialogState& d) {
+  if (d.phase != Phase::Editing) return;
+  int bad = -1;
+  d.finalValues = ReadValues(d, &bad);
+  if (bad >= 0) {
+    const ParamRow& row = d.def->rows[static_cast<std::size_t>(bad)];
+    const std::u16string message = RangeMessage(row.minimum, row.maximum);
+    ShowMessageBox(d.window, Wide(message), L"Tavora", MB_OK | MB_ICONINFORMATION);
+    SetFocus(d.edits[static_cast<std::size_t>(bad)]);
+    SendMessageW(d.edits[static_cast<std::size_t>(bad)], EM_SETSEL, 0, -1);
+    return;
+  }
+  KillTimer(d.window, kPreviewTimer);
+  d.phase = Phase::Applying;
+  EnterBusy(d);
+  if (d.job) {
+    // An exact preview of these values is left to end; anything else stops.
+    if (d.job->Cancelled() || !d.job->Exact() || !SameValues(d.job->Values(), d.finalValues)) d.job->Cancel();
+    d.jobStart = GetTickCount() - kQuietMs;  // the bar shows at once from now on
+    return;
+  }
+  if (d.exact && d.session->Showing() && SameValues(d.shownValues, d.finalValues)) {
+    const EffectResult result = std::move(*d.exact);
+    d.exact.reset();
+    Commit(d, result);
+    return;
+  }
+  StartJob(d, d.finalValues, true);
+}
+
+void Cancel(DialogState& d) {
+  if (d.phase == Phase::Closing) return;
+  d.phase = Phase::Closing;
+  KillTimer(d.window, kPreviewTimer);
+  if (!d.job) {
+    d.done = true;
+    return;
+  }
+  d.job->Cancel();
+  EnterBusy(d);
+}
+
+void Restart(DialogState& d, UINT ms) {
+  if (d.phase == Phase::Editing) SetTimer(d.window, kPreviewTimer, ms, nullptr);
+}
 
 void Remember(const DialogState& d, const EffectValues& v) {
   const std::u16string section = RememberSection(*d.def);
   std::vector<std::pair<std::u16string, std::u16string>> values;
-  auto key = [](int n) {
-    const std::string s = "c" + std::to_string(n);
-    return std::u16string(s.begin(), s.end());
-  };
-  for (std::size_t i = 0; i < v.rows.size(); ++i) values.emplace_back(key(int(i) + 1), FormatNumber(v.rows[i]));
-  const bool live = SendMessageW(d.preview, BM_GETCHECK, 0, 0) == BST_CHECKED;
-  values.emplace_back(key(kPreviewId), live ? u"1" : u"0");
-  if (d.option) values.emplace_back(key(kOptionId), v.option ? u"1" : u"0");
-  if (d.choice) values.emplace_back(key(kChoiceId), FormatNumber(v.choice));
+  // The flare's source starts at the area's centre each time: its place is not kept.
+  for (std::size_t i = d.flare ? 2 : 0; i < v.rows.size(); ++i)
+    values.emplace_back(Key(int(i) + 1), FormatNumber(v.rows[i]));
+  values.emplace_back(Key(kPreviewId), LiveChecked(d) ? u"1" : u"0");
+  if (d.option) values.emplace_back(Key(kOptionId), v.option ? u"1" : u"0");
+  if (d.choice) values.emplace_back(Key(kChoiceId), FormatNumber(v.choice));
   if (d.hasColors) {
-    values.emplace_back(key(kColor1Id), FormatColor(v.color1));
-    values.emplace_back(key(kColor2Id), FormatColor(v.color2));
+    values.emplace_back(Key(kColor1Id), FormatColor(v.color1));
+    values.emplace_back(Key(kColor2Id), FormatColor(v.color2));
   }
   AppSettings().SetStrings(section, values);
 }
@@ -164,6 +337,76 @@ void DrawColorButton(const DialogState& d, const DRAWITEMSTRUCT& item) {
   }
 }
 
+// ---- the Lens Flare thumbnail
+
+// A click or drag on the thumbnail: the area pixel under it becomes the centre.
+void PlaceSource(DialogState& d, int x, int y) {
+  if (d.phase != Phase::Editing) return;
+  const Rect& t = d.session->Target();
+  const int32_t ax = ThumbnailToArea(x, d.thumb.width, t.Width());
+  const int32_t ay = ThumbnailToArea(y, d.thumb.height, t.Height());
+  const auto cx = RowValue(d, 0), cy = RowValue(d, 1);
+  if (cx && cy && *cx == ax && *cy == ay) return;
+  SetWindowTextW(d.edits[0], Format(ax, 0).c_str());  // each change restarts the preview timer
+  SetWindowTextW(d.edits[1], Format(ay, 0).c_str());
+}
+
+void PaintThumbnail(DialogState& d, HWND hwnd) {
+  PAINTSTRUCT ps;
+  HDC dc = BeginPaint(hwnd, &ps);
+  BITMAPINFO info{};
+  info.bmiHeader.biSize = sizeof info.bmiHeader;
+  info.bmiHeader.biWidth = d.thumb.width;
+  info.bmiHeader.biHeight = -d.thumb.height;  // top-down
+  info.bmiHeader.biPlanes = 1;
+  info.bmiHeader.biBitCount = 32;
+  info.bmiHeader.biCompression = BI_RGB;
+  SetDIBitsToDevice(dc, 0, 0, d.thumb.width, d.thumb.height, 0, 0, 0, d.thumb.height, d.thumbPixels.data(), &info,
+                    DIB_RGB_COLORS);
+  // The cross: white on a dark outline, readable on any picture.
+  const Rect& t = d.session->Target();
+  const auto cx = RowValue(d, 0), cy = RowValue(d, 1);
+  if (cx && cy) {
+    const int x = static_cast<int>(std::floor(AreaToThumbnail(*cx, t.Width(), d.thumb.width)));
+    const int y = static_cast<int>(std::floor(AreaToThumbnail(*cy, t.Height(), d.thumb.height)));
+    if (x >= 0 && y >= 0 && x < d.thumb.width && y < d.thumb.height) {
+      const int a = d.crossArm;
+      for (int pass = 0; pass < 2; ++pass) {
+        HPEN pen = CreatePen(PS_SOLID, pass == 0 ? 3 : 1, pass == 0 ? RGB(0, 0, 0) : RGB(255, 255, 255));
+        HGDIOBJ old = SelectObject(dc, pen);
+        MoveToEx(dc, x - a, y, nullptr);
+        LineTo(dc, x + a + 1, y);
+        MoveToEx(dc, x, y - a, nullptr);
+        LineTo(dc, x, y + a + 1);
+        SelectObject(dc, old);
+        DeleteObject(pen);
+      }
+    }
+  }
+  EndPaint(hwnd, &ps);
+}
+
+LRESULT CALLBACK ThumbnailProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
+  DialogState* d = g_dialog;
+  if (!d || !d->session) return DefWindowProcW(hwnd, msg, wp, lp);
+  switch (msg) {
+    case WM_PAINT:
+      PaintThumbnail(*d, hwnd);
+      return 0;
+    case WM_LBUTTONDOWN:
+      SetCapture(hwnd);
+      PlaceSource(*d, GET_X_LPARAM(lp), GET_Y_LPARAM(lp));
+      return 0;
+    case WM_MOUSEMOVE:
+      if (GetCapture() == hwnd) PlaceSource(*d, GET_X_LPARAM(lp), GET_Y_LPARAM(lp));
+      return 0;
+    case WM_LBUTTONUP:
+      if (GetCapture() == hwnd) ReleaseCapture();
+      return 0;
+  }
+  return DefWindowProcW(hwnd, msg, wp, lp);
+}
+
 LRESULT CALLBACK DialogProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
   DialogState* d = g_dialog;
   if (!d) return DefWindowProcW(hwnd, msg, wp, lp);
@@ -172,7 +415,12 @@ LRESULT CALLBACK DialogProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
       if (wp == kPreviewTimer) {
         KillTimer(hwnd, kPreviewTimer);
         Preview(*d);
+      } else if (wp == kProgressTimer) {
+        UpdateProgress(*d);
       }
+      return 0;
+    case kJobEnded:
+      JobEnded(*d, wp);
       return 0;
     case WM_HSCROLL: {
       const auto it = std::find(d->sliders.begin(), d->sliders.end(), reinterpret_cast<HWND>(lp));
@@ -189,23 +437,14 @@ LRESULT CALLBACK DialogProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
     case WM_COMMAND: {
       const int id = LOWORD(wp);
       if (id == IDOK) {
-        int bad = -1;
-        ReadValues(*d, &bad);
-        if (bad >= 0) {
-          const ParamRow& row = d->def->rows[static_cast<std::size_t>(bad)];
-          const std::u16string message = RangeMessage(row.minimum, row.maximum);
-          ShowMessageBox(hwnd, Wide(message), L"Tavora", MB_OK | MB_ICONINFORMATION);
-          SetFocus(d->edits[static_cast<std::size_t>(bad)]);
-          SendMessageW(d->edits[static_cast<std::size_t>(bad)], EM_SETSEL, 0, -1);
-          return 0;
-        }
-        d->done = d->applied = true;
+        Apply(*d);
         return 0;
       }
       if (id == IDCANCEL) {
-        d->done = true;
+        Cancel(*d);
         return 0;
       }
+      if (d->phase != Phase::Editing) return 0;
       if (id == kPreviewId) {
         Restart(*d, 1);
         return 0;
@@ -227,12 +466,10 @@ LRESULT CALLBACK DialogProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
       }
       if (id >= kRowId && id < kRowId + 6 && HIWORD(wp) == EN_CHANGE && !d->syncing) {
         const std::size_t i = static_cast<std::size_t>(id - kRowId);
-        wchar_t text[64] = {};
-        GetWindowTextW(d->edits[i], text, 64);
-        const std::wstring_view typed(text);
-        const auto value = ParseTypedValue(std::u16string(typed.begin(), typed.end()), d->def->rows[i]);
+        const auto value = RowValue(*d, i);
         if (d->sliders[i] && value)
           SendMessageW(d->sliders[i], TBM_SETPOS, TRUE, SliderPosition(d->def->rows[i], *value));
+        if (d->thumbnail && i < 2) InvalidateRect(d->thumbnail, nullptr, FALSE);  // the cross moves at once
         Restart(*d, 90);
         return 0;
       }
@@ -273,7 +510,7 @@ LRESULT CALLBACK DialogProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
       if (HBRUSH brush = DialogControlColor(msg, wp)) return reinterpret_cast<LRESULT>(brush);
       break;
     case WM_CLOSE:
-      d->done = true;
+      Cancel(*d);
       return 0;
   }
   return DefWindowProcW(hwnd, msg, wp, lp);
@@ -288,49 +525,52 @@ HWND Control(HWND parent, const wchar_t* cls, const std::wstring& text, DWORD st
   return c;
 }
 
+void RegisterClasses() {
+  static bool registered = false;
+  if (registered) return;
+  INITCOMMONCONTROLSEX icc{sizeof icc, ICC_BAR_CLASSES | ICC_PROGRESS_CLASS};
+  InitCommonControlsEx(&icc);
+  WNDCLASSEXW wc{sizeof wc};
+  wc.lpfnWndProc = DialogProc;
+  wc.hInstance = GetModuleHandleW(nullptr);
+  wc.hCursor = LoadCursorW(nullptr, IDC_ARROW);
+  wc.hbrBackground = reinterpret_cast<HBRUSH>(COLOR_BTNFACE + 1);
+  wc.lpszClassName = L"KZDlg";
+  RegisterClassExW(&wc);
+  WNDCLASSEXW thumb{sizeof thumb};
+  thumb.lpfnWndProc = ThumbnailProc;
+  thumb.hInstance = GetModuleHandleW(nullptr);
+  thumb.hCursor = LoadCursorW(nullptr, IDC_CROSS);
+  thumb.lpszClassName = L"KZThumb";
+  RegisterClassExW(&thumb);
+  registered = true;
+}
+
 }  // namespace
 
 bool RunEffectDialog(HWND owner, Document& doc, const EffectDef& def, uint32_t primary,
                      uint32_t secondary) {
   if (!def.operation || g_dialog) return false;
-  Layer* layer = ActiveLayer(&doc);
-  if (!layer) return false;
+  auto session = std::make_unique<EffectPreviewSession>(doc, def);
+  if (!session->Valid()) return false;
   DialogState d;
   d.doc = &doc;
   d.def = &def;
+  d.session = std::move(session);
+  d.flare = &def == &LensFlareEffect();
   d.hasColors = !def.color1Label.empty();
   d.panel[0] = primary | 0xFF000000u;
   d.panel[1] = secondary | 0xFF000000u;
-  const Rect layerRect{0, 0, layer->Width(), layer->Height()};
-  d.target = Intersect(doc.selection ? doc.selectionBounds : doc.Bounds(), layerRect);
-  if (d.target.Empty()) return false;
-  // Room for every value the preview may try.
-  const int32_t m = EffectDialogMargin(def, def.rows.empty() ? 0 : def.rows[0].maximum);
-  d.work = Intersect({d.target.x0 - m, d.target.y0 - m, d.target.x1 + m, d.target.y1 + m}, layerRect);
-  const int32_t ww = d.work.Width(), wh = d.work.Height();
-  d.saved.reset(static_cast<uint32_t*>(CheckedAlloc(std::size_t(ww) * std::size_t(wh) * 4)));
-  for (int32_t y = 0; y < wh; ++y)
-    std::memcpy(d.saved.get() + std::size_t(y) * ww, layer->pixels.Row(d.work.y0 + y) + d.work.x0,
-                std::size_t(ww) * 4);
+  const Rect target = d.session->Target();
 
-  static bool registered = false;
-  if (!registered) {
-    INITCOMMONCONTROLSEX icc{sizeof icc, ICC_BAR_CLASSES};
-    InitCommonControlsEx(&icc);
-    WNDCLASSEXW wc{sizeof wc};
-    wc.lpfnWndProc = DialogProc;
-    wc.hInstance = GetModuleHandleW(nullptr);
-    wc.hCursor = LoadCursorW(nullptr, IDC_ARROW);
-    wc.hbrBackground = reinterpret_cast<HBRUSH>(COLOR_BTNFACE + 1);
-    wc.lpszClassName = L"KZDlg";
-    RegisterClassExW(&wc);
-    registered = true;
-  }
+  RegisterClasses();
   const UINT dpi = WindowDpi(owner);
   auto S = [dpi](int v) { return MulDiv(v, static_cast<int>(dpi), 96); };
+  d.screenScale = doc.zoom * dpi / 96.0;
   const int rows = static_cast<int>(def.rows.size()) + (def.choices.empty() ? 0 : 1) +
                    (def.optionLabel.empty() ? 0 : 1) + (d.hasColors ? 2 : 0);
-  const int width = S(440), height = S(130) + S(30) * rows;
+  const int rowsWidth = S(440), width = rowsWidth + (d.flare ? S(254) : 0);
+  const int height = S(130) + S(30) * rows;
   RECT ownerRect;
   GetWindowRect(owner, &ownerRect);
   g_dialog = &d;
@@ -341,17 +581,16 @@ bool RunEffectDialog(HWND owner, Document& doc, const EffectDef& def, uint32_t p
                              nullptr, GetModuleHandleW(nullptr), nullptr);
   HFONT font = CreateFontW(-S(12), 0, 0, 0, FW_NORMAL, 0, 0, 0, DEFAULT_CHARSET, 0, 0,
                            CLEARTYPE_QUALITY, 0, L"Segoe UI");
-  // Remembered values, each checked against its row.
+  // Remembered values, each checked against its row; the flare's source
+  // starts at the area's centre.
   const std::u16string section = RememberSection(def);
-  auto key = [](int n) {
-    const std::string s = "c" + std::to_string(n);
-    return std::u16string(s.begin(), s.end());
-  };
+  const EffectValues flareStart = LensFlareDefaultValues(target.Width(), target.Height());
   int y = S(14);
   for (std::size_t i = 0; i < def.rows.size(); ++i) {
     const ParamRow& row = def.rows[i];
-    const double value =
-        ParseRemembered(AppSettings().GetString(section, key(int(i) + 1)), row).value_or(row.fallback);
+    const double value = d.flare && i < 2 ? flareStart.rows[i]
+                                          : ParseRemembered(AppSettings().GetString(section, Key(int(i) + 1)), row)
+                                                .value_or(row.fallback);
     Control(d.window, L"Static", Wide(row.label), SS_LEFT, S(14), y + S(3), S(140), S(20), -1, font);
     d.edits.push_back(Control(d.window, L"Edit", Format(value, row.decimals), ES_AUTOHSCROLL | WS_TABSTOP,
                               S(158), y, S(70), S(24), kRowId + static_cast<int>(i), font));
@@ -371,7 +610,7 @@ bool RunEffectDialog(HWND owner, Document& doc, const EffectDef& def, uint32_t p
   if (d.hasColors) {
     // Remembered colours, else the colour boxes' primary and secondary.
     for (int i = 0; i < 2; ++i) {
-      d.colors[i] = ParseRememberedColor(AppSettings().GetString(section, key(kColor1Id + i))).value_or(d.panel[i]);
+      d.colors[i] = ParseRememberedColor(AppSettings().GetString(section, Key(kColor1Id + i))).value_or(d.panel[i]);
       const int x = i == 0 ? S(14) : S(236);
       Control(d.window, L"Static", Wide(i == 0 ? def.color1Label : def.color2Label), SS_LEFT, x, y + S(3),
               S(80), S(20), -1, font);
@@ -392,28 +631,48 @@ bool RunEffectDialog(HWND owner, Document& doc, const EffectDef& def, uint32_t p
     for (auto c : def.choices) SendMessageW(d.choice, CB_ADDSTRING, 0, reinterpret_cast<LPARAM>(Wide(c).c_str()));
     const int32_t last = static_cast<int32_t>(def.choices.size()) - 1;
     SendMessageW(d.choice, CB_SETCURSEL,
-                 ParseRememberedIndex(AppSettings().GetString(section, key(kChoiceId)), last).value_or(0), 0);
+                 ParseRememberedIndex(AppSettings().GetString(section, Key(kChoiceId)), last).value_or(0), 0);
     y += S(30);
   }
   if (!def.optionLabel.empty()) {
     d.option = Control(d.window, L"Button", Wide(def.optionLabel), BS_AUTOCHECKBOX | WS_TABSTOP, S(14), y,
                        S(400), S(24), kOptionId, font);
-    const int32_t stored = ParseRememberedIndex(AppSettings().GetString(section, key(kOptionId)), 1).value_or(0);
+    const int32_t stored = ParseRememberedIndex(AppSettings().GetString(section, Key(kOptionId)), 1).value_or(0);
     SendMessageW(d.option, BM_SETCHECK, stored == 1 ? BST_CHECKED : BST_UNCHECKED, 0);
     y += S(30);
   }
+  if (d.flare) {
+    // The operated area beside the rows, about 240 pixels on its long side.
+    d.thumb = FitThumbnail(target.Width(), target.Height(), S(240));
+    d.thumbPixels.assign(std::size_t(d.thumb.width) * std::size_t(d.thumb.height), 0);
+    d.crossArm = S(6);
+    Control(d.window, L"Static", L"Click the picture to place the flare:", SS_LEFT, rowsWidth, S(14), S(240), S(20),
+            -1, font);
+    const int top = S(38);
+    d.thumbnail = CreateWindowExW(0, L"KZThumb", L"", WS_CHILD | WS_VISIBLE | WS_BORDER,
+                                  rowsWidth + (S(240) - d.thumb.width) / 2 - 1, top - 1, d.thumb.width + 2,
+                                  d.thumb.height + 2, d.window, reinterpret_cast<HMENU>(INT_PTR{kThumbnailId}),
+                                  GetModuleHandleW(nullptr), nullptr);
+    RefreshThumbnail(d);
+    y = std::max(y, top + d.thumb.height + S(2));
+  }
   d.preview = Control(d.window, L"Button", L"Live preview", BS_AUTOCHECKBOX | WS_TABSTOP, S(14), y + S(6),
                       S(200), S(24), kPreviewId, font);
-  const bool live = ParseRememberedIndex(AppSettings().GetString(section, key(kPreviewId)), 1)
+  const bool live = ParseRememberedIndex(AppSettings().GetString(section, Key(kPreviewId)), 1)
                         .value_or(def.livePreview ? 1 : 0) == 1;
   SendMessageW(d.preview, BM_SETCHECK, live ? BST_CHECKED : BST_UNCHECKED, 0);
   Control(d.window, L"Button", L"Apply", PushButtonStyle(true) | WS_TABSTOP, width - S(200), y + S(4), S(88),
           S(28), IDOK, font);
   Control(d.window, L"Button", L"Cancel", PushButtonStyle(false) | WS_TABSTOP, width - S(104), y + S(4), S(88),
           S(28), IDCANCEL, font);
+  // The progress of a job that takes a while, under the buttons.
+  d.barText = Control(d.window, L"Static", L"", SS_LEFT, S(14), y + S(40), S(140), S(20), kBarTextId, font);
+  d.bar = Control(d.window, PROGRESS_CLASSW, L"", 0, S(158), y + S(42), width - S(172), S(14), kBarId, font);
+  SendMessageW(d.bar, PBM_SETRANGE32, 0, 1000);
+  ShowProgress(d, false);
   RECT client;
   GetClientRect(d.window, &client);
-  const int extra = (y + S(48)) - client.bottom;
+  const int extra = (y + S(68)) - client.bottom;
   SetWindowPos(d.window, nullptr, 0, 0, width, height + extra, SWP_NOMOVE | SWP_NOZORDER);
   ThemeDialog(d.window);
   if (live) Restart(d, 10);
@@ -426,17 +685,10 @@ bool RunEffectDialog(HWND owner, Document& doc, const EffectDef& def, uint32_t p
     if (!d.edits.empty()) SendMessageW(d.focus, EM_SETSEL, 0, -1);
     modal.Run(d.done, d.focus);
     KillTimer(d.window, kPreviewTimer);
-    const EffectValues values = ReadValues(d);
-    if (d.applied) {
-      Remember(d, values);
-      RestoreSaved(d, false);
-      alignas(8) unsigned char block[64] = {};
-      def.packer(values, block);
-      ApplyToSelection(doc, def.historyName, def.operation, block,
-                       EffectDialogMargin(def, values.rows.empty() ? 0 : values.rows[0]));
-    } else {
-      RestoreSaved(d, true);
-    }
+    KillTimer(d.window, kProgressTimer);
+    d.job.reset();  // only when the loop ended early (WM_QUIT): cancels and waits
+    if (d.applied) Remember(d, d.finalValues);
+    else d.session->Restore();
   }
   DeleteObject(font);
   g_dialog = nullptr;

@@ -119,7 +119,7 @@ blur_apply() {  # XDOTOOL_MOUSE_COMMANDS...
   dlg=$(window '^Gaussian Blur$') || fail "Effects > Blur > Gaussian Blur opened no dialog"
   sleep 1
   eval "$(xdotool getwindowgeometry --shell "$dlg")"
-  xdotool mousemove $((X + WIDTH - 150)) $((Y + HEIGHT - 30)) "$@"  # Apply
+  xdotool mousemove $((X + WIDTH - 150)) $((Y + HEIGHT - 52)) "$@"  # Apply (above the progress row)
   for _ in $(seq 1 20); do xdotool search --onlyvisible --name '^Gaussian Blur$' >/dev/null 2>&1 || break; sleep 0.3; done
   ! xdotool search --onlyvisible --name '^Gaussian Blur$' >/dev/null 2>&1 || fail "Apply did not take the first click"
   sleep 3  # a click let through reaches the canvas late under Wine
