@@ -5,6 +5,7 @@
 
 #include "base/ini_file.h"
 #include "formats/byte_input.h"
+#include "formats/clipboard_data.h"
 #include "formats/layered_format.h"
 #include "formats/psd_reader.h"
 #include "formats/radiance_hdr.h"
@@ -66,6 +67,22 @@ bool Webp(const uint8_t* data, std::size_t size) {
   const auto thumb = DecodeWebpThumbnail({data, size}, 64);
   // A thumbnail never exceeds the size asked for.
   return !thumb || (thumb->pixels.Width() <= 64 && thumb->pixels.Height() <= 64);
+}
+
+}  // namespace tavora::fuzz
+
+namespace tavora::fuzz {
+
+bool ClipboardDib(const uint8_t* data, std::size_t size) {
+  // Another program's bitmap block: what parses has the size its header
+  // claims, and writing it back parses to the same pixels.
+  const auto picture = ParseDibV5({data, size});
+  if (!picture) return true;
+  if (picture->Width() <= 0 || picture->Height() <= 0) return false;
+  if (picture->PixelCount() > (1u << 22)) return true;
+  const auto again = ParseDibV5(BuildDibV5(*picture, 96));
+  return again && again->Width() == picture->Width() && again->Height() == picture->Height() &&
+         std::memcmp(again->Data(), picture->Data(), picture->PixelCount() * 4) == 0;
 }
 
 }  // namespace tavora::fuzz

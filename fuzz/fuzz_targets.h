@@ -19,11 +19,13 @@ bool Psd(const uint8_t* data, std::size_t size);
 bool RadianceHdr(const uint8_t* data, std::size_t size);
 bool IniFile(const uint8_t* data, std::size_t size);
 bool Webp(const uint8_t* data, std::size_t size);
+bool ClipboardDib(const uint8_t* data, std::size_t size);
 
 inline constexpr Target kTargets[] = {{"layered_format", &LayeredFormat},
                                       {"psd", &Psd},
                                       {"radiance_hdr", &RadianceHdr},
                                       {"ini_file", &IniFile},
-                                      {"webp", &Webp}};
+                                      {"webp", &Webp},
+                                      {"clipboard_dib", &ClipboardDib}};
 
 }  // namespace tavora::fuzz
