@@ -44,6 +44,14 @@ class ToolInput;
 class ToolSettings;
 void SetCanvasTools(HWND canvas, ToolSettings* settings, ToolInput* input,
                     void (*colorsChanged)());
+// What the status bar follows: the document shown and the image pixel under
+// the pointer while it is over the picture. `changed` runs when the pointer
+// moves to another pixel or leaves the picture, that pixel is repainted,
+// the zoom changes or another document is shown; it should only note that
+// what it shows is stale, as it runs on every such mouse move.
+Document* CanvasDocument(HWND canvas);
+bool CanvasPointerPixel(HWND canvas, int32_t& x, int32_t& y);
+void SetCanvasViewListener(HWND canvas, void (*changed)(void* context), void* context);
 // The tool or its brush size changed: redraw the cursor and overlays.
 void RefreshCanvasTool(HWND canvas);
 // Draws the brush cursor rings at a client position.

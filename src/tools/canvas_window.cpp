@@ -42,6 +42,13 @@ struct CanvasState {
   int toolButton = 0;     // the button of the tool drag under way, 0 for none
   POINT cursor{};         // last client position of the pointer
   bool inside = false;    // the pointer is over the canvas
+  // What the status bar was last told: the image pixel under the pointer
+  // (while over the picture) and the zoom.
+  void (*viewChanged)(void* context) = nullptr;
+  void* viewContext = nullptr;
+  bool hoverInside = false;
+  int32_t hoverX = 0, hoverY = 0;
+  double reportedZoom = 0;
 };
 
 // One state per canvas window, owned here for the window's lifetime.
@@ -327,7 +334,31 @@ void Paint(HWND hwnd, CanvasState& s) {
   EndPaint(hwnd, &ps);
 }
 
+// Tells the listener when the pixel under the pointer or the zoom is no
+// longer what it was last told (always with `force`).
+void UpdateHover(HWND hwnd, CanvasState& s, bool force) {
+  bool inside = false;
+  int32_t x = 0, y = 0;
+  if (s.inside && s.doc) {
+    const ImagePoint p =
+        ScreenToImage(ComputeLayout(*s.doc, Client(hwnd)), *s.doc, s.cursor.x + 0.5, s.cursor.y + 0.5);
+    x = static_cast<int32_t>(std::floor(p.x));
+    y = static_cast<int32_t>(std::floor(p.y));
+    inside = p.x >= 0 && p.y >= 0 && s.doc->Bounds().Contains(x, y);
+  }
+  const double zoom = s.doc ? s.doc->zoom : 0;
+  if (!force && inside == s.hoverInside && (!inside || (x == s.hoverX && y == s.hoverY)) &&
+      zoom == s.reportedZoom)
+    return;
+  s.hoverInside = inside;
+  s.hoverX = x;
+  s.hoverY = y;
+  s.reportedZoom = zoom;
+  if (s.viewChanged) s.viewChanged(s.viewContext);
+}
+
 void MarkAll(HWND hwnd, CanvasState& s) {
+  UpdateHover(hwnd, s, false);  // zoom and scroll move the picture under the pointer
   const ClientArea c = Client(hwnd);
   s.dirty.AddAll(c.width, c.height);
   InvalidateRect(hwnd, nullptr, FALSE);
@@ -557,6 +588,7 @@ void MouseMove(HWND hwnd, CanvasState& s, LPARAM lp) {
     return;
   }
   RepaintCursor(hwnd, s);
+  UpdateHover(hwnd, s, false);
   if (!s.doc || !s.input) return;
   // Rubber bands only need the latest position; paint tools see every move.
   MSG next;
@@ -628,6 +660,7 @@ LRESULT CALLBACK CanvasProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
       if (s) {
         RepaintCursor(hwnd, *s);
         s->inside = false;
+        UpdateHover(hwnd, *s, false);
       }
       return 0;
     case WM_SETCURSOR:
@@ -756,6 +789,7 @@ void SetCanvasDocument(HWND canvas, Document* doc) {
     }
     s->doc = doc;
     if (doc) KeepFitted(*doc, Client(canvas));
+    UpdateHover(canvas, *s, true);
     MarkAll(canvas, *s);
   }
 }
@@ -799,6 +833,8 @@ void InvalidateCanvasImage(HWND canvas, const Rect& imageRect) {
   s->dirty.Add(device, c.width, c.height);
   RECT r{device.x0, device.y0, device.x1, device.y1};
   InvalidateRect(canvas, &r, FALSE);
+  // The pixel under the pointer may have changed its colour.
+  if (s->hoverInside && imageRect.Contains(s->hoverX, s->hoverY)) UpdateHover(canvas, *s, true);
 }
 
 void InvalidateCanvas(HWND canvas) {
@@ -815,6 +851,26 @@ void SetCanvasTools(HWND canvas, ToolSettings* settings, ToolInput* input,
     s->tools = settings;
     s->input = input;
     s->colorsChanged = colorsChanged;
+  }
+}
+
+Document* CanvasDocument(HWND canvas) {
+  const CanvasState* s = State(canvas);
+  return s ? s->doc : nullptr;
+}
+
+bool CanvasPointerPixel(HWND canvas, int32_t& x, int32_t& y) {
+  const CanvasState* s = State(canvas);
+  if (!s || !s->doc || !s->hoverInside) return false;
+  x = s->hoverX;
+  y = s->hoverY;
+  return true;
+}
+
+void SetCanvasViewListener(HWND canvas, void (*changed)(void* context), void* context) {
+  if (CanvasState* s = State(canvas)) {
+    s->viewChanged = changed;
+    s->viewContext = context;
   }
 }
 
