@@ -1,5 +1,6 @@
 #include "formats/clipboard_data.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "document/blend.h"
@@ -69,27 +70,46 @@ std::vector<uint8_t> BuildDibV5(const Surface& pixels, int32_t dpi) {
   return b;
 }
 
-std::optional<Surface> ParseDibV5(std::span<const uint8_t> block) {
-  if (block.size() < kDibV5HeaderSize) return std::nullopt;
+namespace {
+
+// The checks and rows shared by both headers; `minHeader` is the smallest
+// header size the format allows.
+std::optional<Surface> ParseDib(std::span<const uint8_t> block, uint32_t minHeader) {
+  if (block.size() < std::max<std::size_t>(minHeader, 40)) return std::nullopt;
   const uint32_t headerSize = U32(block, 0);
   const int32_t w = static_cast<int32_t>(U32(block, 4)), h = static_cast<int32_t>(U32(block, 8));
   const uint32_t bits = U16(block, 14), compression = U32(block, 16);
-  if (headerSize < kDibV5HeaderSize || bits != 32 || w <= 0 || h == 0 || h == INT32_MIN ||
+  if (headerSize < minHeader || bits != 32 || w <= 0 || h == 0 || h == INT32_MIN ||
       (compression != kBiRgb && compression != kBiBitfields))
     return std::nullopt;
   const int64_t rows = h < 0 ? -int64_t(h) : h;
   if (int64_t(w) * rows >= 250'000'000) return std::nullopt;
-  const uint64_t need = uint64_t(headerSize) + uint64_t(w) * uint64_t(rows) * 4;
+  uint64_t pixelsAt = headerSize;
+  // A 40-byte header is followed by its three colour masks; only the usual
+  // order of the channels is read.
+  if (headerSize == 40 && compression == kBiBitfields) {
+    pixelsAt += 12;
+    if (block.size() < 52 || U32(block, 40) != 0x00FF0000u || U32(block, 44) != 0x0000FF00u ||
+        U32(block, 48) != 0x000000FFu)
+      return std::nullopt;
+  }
+  const uint64_t need = pixelsAt + uint64_t(w) * uint64_t(rows) * 4;
   if (need > block.size()) return std::nullopt;
   Surface out(w, static_cast<int32_t>(rows));
   for (int64_t y = 0; y < rows; ++y) {
     const int64_t from = h > 0 ? rows - 1 - y : y;
-    std::memcpy(out.Row(static_cast<int32_t>(y)), block.data() + headerSize + std::size_t(from) * std::size_t(w) * 4,
+    std::memcpy(out.Row(static_cast<int32_t>(y)), block.data() + pixelsAt + std::size_t(from) * std::size_t(w) * 4,
                 std::size_t(w) * 4);
   }
   OpaqueIfAlphaUnused(out);
   return out;
 }
+
+}  // namespace
+
+std::optional<Surface> ParseDibV5(std::span<const uint8_t> block) { return ParseDib(block, kDibV5HeaderSize); }
+
+std::optional<Surface> ParseDib32(std::span<const uint8_t> block) { return ParseDib(block, 40); }
 
 void OpaqueIfAlphaUnused(Surface& pixels) {
   uint32_t* p = pixels.Data();

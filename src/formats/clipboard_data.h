@@ -31,6 +31,10 @@ inline constexpr std::size_t kDibV5HeaderSize = 124;
 // than 250,000,000 pixels, and the bytes to hold them. A picture whose alpha
 // bytes are all 0 comes back opaque.
 [[nodiscard]] std::optional<Surface> ParseDibV5(std::span<const uint8_t> block);
+// The same for a plain 32-bit CF_DIB: a header of at least 40 bytes, the
+// three colour masks after a 40-byte one with BI_BITFIELDS (the usual
+// order only).
+[[nodiscard]] std::optional<Surface> ParseDib32(std::span<const uint8_t> block);
 // Every pixel opaque when not one has a non-zero alpha byte.
 void OpaqueIfAlphaUnused(Surface& pixels);
 

@@ -597,27 +597,42 @@ bool FillBgr(gp::Bitmap& bitmap, const Surface& pixels) {
   });
 }
 
+// An encoded file in a memory stream; `block` holds its `size` bytes.
+struct EncodedStream {
+  StreamPtr stream;
+  HGLOBAL block = nullptr;
+  std::size_t size = 0;
+};
+
+std::optional<EncodedStream> EncodeToStream(gp::Bitmap& bitmap, const wchar_t* mimeType, int32_t dpi,
+                                            const gp::EncoderParameters* params) {
+  if (bitmap.GetLastStatus() != gp::Ok) return std::nullopt;
+  const std::optional<CLSID> encoder = EncoderFor(mimeType);
+  if (!encoder) return std::nullopt;
+  if (dpi > 0 && bitmap.SetResolution(gp::REAL(dpi), gp::REAL(dpi)) != gp::Ok) return std::nullopt;
+
+  IStream* raw = nullptr;
+  if (FAILED(CreateStreamOnHGlobal(nullptr, TRUE, &raw))) return std::nullopt;
+  EncodedStream out{StreamPtr(raw)};
+  if (bitmap.Save(out.stream.get(), &*encoder, params) != gp::Ok) return std::nullopt;
+  STATSTG stat{};
+  if (FAILED(out.stream->Stat(&stat, STATFLAG_NONAME)) ||
+      FAILED(GetHGlobalFromStream(out.stream.get(), &out.block)))
+    return std::nullopt;
+  out.size = static_cast<std::size_t>(stat.cbSize.QuadPart);
+  if (out.size == 0 || out.size > GlobalSize(out.block)) return std::nullopt;
+  return out;
+}
+
 // The whole file is encoded in memory first; only a complete one reaches the
 // disk, through the safe writer, so a failure leaves any old file as it was.
 bool SaveBitmap(gp::Bitmap& bitmap, const wchar_t* mimeType, int32_t dpi,
                 const gp::EncoderParameters* params, const std::filesystem::path& path,
                 int gifTransparentIndex = -1) {
-  if (bitmap.GetLastStatus() != gp::Ok) return false;
-  const std::optional<CLSID> encoder = EncoderFor(mimeType);
-  if (!encoder) return false;
-  if (dpi > 0 && bitmap.SetResolution(gp::REAL(dpi), gp::REAL(dpi)) != gp::Ok) return false;
-
-  IStream* raw = nullptr;
-  if (FAILED(CreateStreamOnHGlobal(nullptr, TRUE, &raw))) return false;
-  StreamPtr stream(raw);
-  if (bitmap.Save(stream.get(), &*encoder, params) != gp::Ok) return false;
-  STATSTG stat{};
-  HGLOBAL block = nullptr;
-  if (FAILED(stream->Stat(&stat, STATFLAG_NONAME)) ||
-      FAILED(GetHGlobalFromStream(stream.get(), &block)))
-    return false;
-  const std::size_t size = static_cast<std::size_t>(stat.cbSize.QuadPart);
-  if (size == 0 || size > GlobalSize(block)) return false;
+  const std::optional<EncodedStream> encoded = EncodeToStream(bitmap, mimeType, dpi, params);
+  if (!encoded) return false;
+  const HGLOBAL block = encoded->block;
+  const std::size_t size = encoded->size;
   auto* bytes = static_cast<uint8_t*>(GlobalLock(block));
   if (!bytes) return false;
 
@@ -727,5 +742,24 @@ void StopGdiplusCodecs() {
 }
 
 const SystemCodec& GdiplusCodecs() { return kGdiplusCodecs; }
+
+std::optional<std::vector<uint8_t>> EncodePngInMemory(const Surface& pixels, int32_t dpi) {
+  if (pixels.Empty()) return std::nullopt;
+  // Always 32 bits: whoever reads it back expects the alpha channel.
+  gp::Bitmap bitmap(pixels.Width(), pixels.Height(), pixels.Width() * 4, PixelFormat32bppARGB,
+                    reinterpret_cast<BYTE*>(const_cast<uint32_t*>(pixels.Data())));
+  const std::optional<EncodedStream> encoded = EncodeToStream(bitmap, L"image/png", dpi, nullptr);
+  if (!encoded) return std::nullopt;
+  const auto* bytes = static_cast<const uint8_t*>(GlobalLock(encoded->block));
+  if (!bytes) return std::nullopt;
+  std::vector<uint8_t> out(bytes, bytes + encoded->size);
+  GlobalUnlock(encoded->block);
+  return out;
+}
+
+std::optional<DecodedImage> DecodePngInMemory(std::span<const uint8_t> bytes) {
+  if (Recognise(bytes) != Container::Png || !StatedSizeAllowed(Container::Png, bytes)) return std::nullopt;
+  return DecodeWithGdiplus(bytes);
+}
 
 }  // namespace tavora

@@ -72,6 +72,53 @@ TEST(ClipboardData, BlocksFromOtherProgramsAreCheckedAndMadeVisible) {
   EXPECT_FALSE(ParseDibV5(std::span<const uint8_t>(block.data(), 100)));
 }
 
+// Plain 32-bit bitmaps (a 40-byte header) from other programs: rows start
+// after the header, or after its three masks with bit fields.
+TEST(ClipboardData, PlainBitmapsAreReadWithOrWithoutMasks) {
+  Surface picture(2, 2);
+  picture.At(0, 0) = 0x00000001;
+  picture.At(1, 1) = 0x00000004;
+  auto plain = [&](uint32_t compression, int32_t height, bool masks, uint32_t redMask) {
+    std::vector<uint8_t> b(40 + (masks ? 12 : 0), 0);
+    const int32_t fields[] = {40, 2, height};
+    std::memcpy(b.data(), fields, sizeof fields);
+    b[12] = 1;
+    b[14] = 32;
+    std::memcpy(&b[16], &compression, 4);
+    if (masks) {
+      const uint32_t m[] = {redMask, 0x0000FF00, 0x000000FF};
+      std::memcpy(&b[40], m, sizeof m);
+    }
+    for (int32_t y = 0; y < 2; ++y) {  // bottom-up for a positive height
+      const uint32_t* row = picture.Row(height > 0 ? 1 - y : y);
+      b.insert(b.end(), reinterpret_cast<const uint8_t*>(row), reinterpret_cast<const uint8_t*>(row + 2));
+    }
+    return b;
+  };
+  const struct {
+    const char* name;
+    std::vector<uint8_t> block;
+    bool read;
+  } table[] = {
+      {"no compression, bottom-up", plain(0, 2, false, 0), true},
+      {"no compression, top-down", plain(0, -2, false, 0), true},
+      {"bit fields in the usual order", plain(3, 2, true, 0x00FF0000), true},
+      {"bit fields in another order", plain(3, 2, true, 0x000000FF), false},
+      {"bit fields without room for the masks", plain(3, 2, false, 0), false},
+  };
+  for (const auto& row : table) {
+    const auto got = ParseDib32(row.block);
+    EXPECT_EQ(got.has_value(), row.read) << row.name;
+    if (!got || !row.read) continue;
+    EXPECT_EQ(got->At(0, 0), 0xFF000001u) << row.name;  // alpha all 0: opaque
+    EXPECT_EQ(got->At(1, 1), 0xFF000004u) << row.name;
+  }
+  EXPECT_FALSE(ParseDibV5(plain(0, 2, false, 0)));  // too short a header for this format
+  // The version-5 block reads here too, its masks inside the header.
+  picture.At(1, 0) = 0x80FFFFFF;
+  EXPECT_TRUE(SamePixels(*ParseDib32(BuildDibV5(picture, 72)), picture));
+}
+
 TEST(ClipboardData, PastedLayersLandWhereTheyCameFromOrCentredKeepingTheRest) {
   auto doc = CreateDocument(10, 8, 72, 0xFFFFFFFF, 0);
   doc->selection.emplace(10, 8);
