@@ -11,8 +11,10 @@
 namespace tavora {
 namespace {
 
-constexpr WORD kFirstField = 100, kExtraButton = 99;
+constexpr WORD kFirstField = 100, kExtraButton = 99, kFirstBrowse = 300;
 constexpr int kLabelWidth = 150, kFieldWidth = 150, kRowHeight = 18, kMargin = 7;
+// Paths need room: a dialog with a Browse button has wider fields.
+constexpr int kPathFieldWidth = 230, kBrowseWidth = 44;
 
 // DLGTEMPLATE and DLGITEMTEMPLATE records are packed words, each item
 // aligned to 4 bytes.
@@ -79,6 +81,27 @@ std::wstring WindowText(HWND h) {
   return s;
 }
 
+// The file chooser of a Browse button, starting at the file already named.
+void BrowseForFile(HWND dlg, HWND edit, const std::wstring& filter) {
+  std::wstring name = WindowText(edit);
+  std::wstring folder;
+  if (const std::size_t slash = name.find_last_of(L"\\/"); slash != std::wstring::npos) folder = name.substr(0, slash);
+  if (GetFileAttributesW(name.c_str()) == INVALID_FILE_ATTRIBUTES) name.clear();
+  name.resize(32768, L'\0');
+  std::wstring filters = filter;
+  filters.push_back(L'\0');
+  OPENFILENAMEW ofn{sizeof ofn};
+  ofn.hwndOwner = dlg;
+  ofn.lpstrFilter = filters.c_str();
+  ofn.nFilterIndex = 1;
+  ofn.lpstrFile = name.data();
+  ofn.nMaxFile = static_cast<DWORD>(name.size());
+  ofn.lpstrInitialDir = folder.empty() ? nullptr : folder.c_str();
+  ofn.Flags = OFN_EXPLORER | OFN_FILEMUSTEXIST | OFN_PATHMUSTEXIST | OFN_HIDEREADONLY | OFN_NOCHANGEDIR;
+  SystemModalWatch watch;
+  if (GetOpenFileNameW(&ofn)) SetWindowTextW(edit, name.c_str());
+}
+
 INT_PTR CALLBACK DialogProc(HWND dlg, UINT msg, WPARAM wp, LPARAM lp) {
   auto* ctx = reinterpret_cast<DialogContext*>(GetWindowLongPtrW(dlg, DWLP_USER));
   switch (msg) {
@@ -115,6 +138,11 @@ INT_PTR CALLBACK DialogProc(HWND dlg, UINT msg, WPARAM wp, LPARAM lp) {
         }
         *ctx->fields = std::move(edited);
         Finish(*ctx, true);
+        return TRUE;
+      }
+      if (const std::size_t i = static_cast<std::size_t>(LOWORD(wp)) - kFirstBrowse;
+          LOWORD(wp) >= kFirstBrowse && i < ctx->fields->size()) {
+        BrowseForFile(dlg, GetDlgItem(dlg, kFirstField + static_cast<int>(i)), (*ctx->fields)[i].browseFilter);
         return TRUE;
       }
       if (LOWORD(wp) == kExtraButton && ctx->extra && ctx->extra->action) {
@@ -154,14 +182,17 @@ INT_PTR CALLBACK DialogProc(HWND dlg, UINT msg, WPARAM wp, LPARAM lp) {
 bool RunFieldDialog(HWND owner, const std::wstring& title, std::vector<DialogField>& fields,
                     DialogValidator validate, const DialogExtraButton* extra) {
   TemplateBuilder t;
-  const short width = kMargin * 2 + kLabelWidth + kFieldWidth + 4;
+  bool browsing = false;
+  for (const DialogField& f : fields) browsing = browsing || !f.browseFilter.empty();
+  const int fieldWidth = browsing ? kPathFieldWidth : kFieldWidth;
+  const short width = static_cast<short>(kMargin * 2 + kLabelWidth + fieldWidth + 4);
   const short height =
       static_cast<short>(kMargin * 2 + kRowHeight * static_cast<int>(fields.size()) + 22);
   t.Dword(DS_MODALFRAME | DS_SETFONT | DS_CENTER | WS_POPUP | WS_CAPTION | WS_SYSMENU);
   t.Dword(0);
   // A note row is one control, any other row a label and its field.
   std::size_t items = 2 + (extra ? 1 : 0);
-  for (const DialogField& f : fields) items += f.note ? 1 : 2;
+  for (const DialogField& f : fields) items += f.note ? 1 : f.browseFilter.empty() ? 2 : 3;
   t.Word(static_cast<WORD>(items));
   t.Word(0);
   t.Word(0);
@@ -177,15 +208,20 @@ bool RunFieldDialog(HWND owner, const std::wstring& title, std::vector<DialogFie
     const WORD id = static_cast<WORD>(kFirstField + i);
     if (fields[i].note) {
       // The row still has an id so that reading the fields stays in step.
-      t.Item(SS_LEFT, kMargin, y + 2, kLabelWidth + kFieldWidth, 10, id, 0x0082, fields[i].label);
+      t.Item(SS_LEFT, kMargin, y + 2, kLabelWidth + fieldWidth, 10, id, 0x0082, fields[i].label);
       continue;
     }
     t.Item(SS_LEFT, kMargin, y + 2, kLabelWidth, 10, 0xFFFF, 0x0082, fields[i].label);
-    if (fields[i].choices.empty()) {
-      t.Item(WS_BORDER | WS_TABSTOP | ES_AUTOHSCROLL, kMargin + kLabelWidth, y, kFieldWidth, 13,
+    if (!fields[i].browseFilter.empty()) {
+      const short editWidth = static_cast<short>(fieldWidth - kBrowseWidth - 4);
+      t.Item(WS_BORDER | WS_TABSTOP | ES_AUTOHSCROLL, kMargin + kLabelWidth, y, editWidth, 13, id, 0x0081, L"");
+      t.Item(PushButtonStyle(false) | WS_TABSTOP, static_cast<short>(kMargin + kLabelWidth + editWidth + 4), y,
+             kBrowseWidth, 13, static_cast<WORD>(kFirstBrowse + i), 0x0080, L"Browse…");
+    } else if (fields[i].choices.empty()) {
+      t.Item(WS_BORDER | WS_TABSTOP | ES_AUTOHSCROLL, kMargin + kLabelWidth, y, static_cast<short>(fieldWidth), 13,
              id, 0x0081, L"");
     } else {
-      t.Item(WS_TABSTOP | CBS_DROPDOWNLIST | WS_VSCROLL, kMargin + kLabelWidth, y, kFieldWidth,
+      t.Item(WS_TABSTOP | CBS_DROPDOWNLIST | WS_VSCROLL, kMargin + kLabelWidth, y, static_cast<short>(fieldWidth),
              80, id, 0x0085, L"");
     }
   }

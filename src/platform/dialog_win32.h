@@ -15,6 +15,9 @@ struct DialogField {
   std::wstring value;                 // the text of an edit, or the chosen item of a choice
   std::vector<std::wstring> choices;  // empty: an edit box; else a drop-down list
   bool note = false;                  // a line of text only, its label spanning the row
+  // Non-empty: a "Browse…" button beside the edit box picks an existing
+  // file with these filters (label and pattern pairs, each ended by a null).
+  std::wstring browseFilter;
 };
 
 // True on OK, with the fields' values updated; `validate` may refuse OK by
