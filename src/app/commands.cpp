@@ -155,6 +155,8 @@ constexpr int32_t kLanded[] = {
     kCmdFillBackground, kCmdClear, kCmdLayerFromSelection, kCmdRotateLayerCw, kCmdRotateLayerCcw,
     kCmdRotateLayer180, kCmdFreeRotateLayer, kCmdFlipLayerVertical, kCmdMirrorLayer,
     kCmdResizeLayer, kCmdBatch, kCmdHdrToneMap, kCmdWhitenArea, kCmdLensFlare, kCmdFillSurroundings,
+    kCmdPrint, kCmdCut, kCmdCopy, kCmdPaste, kCmdPasteNew,
+    kCmdUpscayl, kCmdPhotoshop,
 };
 
 // What each command needs beyond having landed.
@@ -167,7 +169,7 @@ enum Need : uint8_t {
   kLayerBelow = 5,     // the active layer is not the bottom one
   kLayerAbove = 6,     // the active layer is not the top one
   kTwoLayers = 7,      // more than one layer
-  kUpscayl = 8,        // configured, and a saved document
+  kUpscayl = 8,        // configured, and a saved JPEG or PNG document
   kPhotoshop = 9,      // configured, and a saved non-layered document
 };
 
@@ -243,7 +245,7 @@ bool CommandAvailable(int32_t command, const ShellState& s) {
     case kLayerBelow: return doc && s.activeLayer >= 1 && s.activeLayer < s.layerCount;
     case kLayerAbove: return doc && s.activeLayer >= 0 && s.activeLayer + 1 < s.layerCount;
     case kTwoLayers: return doc && s.layerCount > 1;
-    case kUpscayl: return doc && s.upscaylConfigured && s.documentSaved;
+    case kUpscayl: return doc && s.upscaylConfigured && s.documentSaved && s.upscaylFile;
     case kPhotoshop: return doc && s.photoshopConfigured && s.documentSaved && !s.isNativeFile;
   }
   return false;

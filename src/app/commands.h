@@ -47,6 +47,7 @@ struct ShellState {
   bool upscaylConfigured = false, photoshopConfigured = false;
   bool documentSaved = false;       // has a file on disk
   bool isNativeFile = false;        // that file is a layered file
+  bool upscaylFile = false;         // that file is a ".jpg", ".jpeg" or ".png"
 };
 
 // Whether a command can run now. Commands whose feature has not landed yet

@@ -17,6 +17,7 @@
 #include "app/shell.h"
 #include "app/view_settings.h"
 #include "app/window_placement.h"
+#include "auxiliary/print_window.h"
 #include "document/blend.h"
 #include "document/composite.h"
 #include "document/history.h"
@@ -26,6 +27,9 @@
 #include "document/effect_params.h"
 #include "document/size_limits.h"
 #include "formats/batch_dialog_window.h"
+#include "formats/external_programs.h"
+#include "formats/external_programs_win32.h"
+#include "formats/clipboard_win32.h"
 #include "formats/file_formats.h"
 #include "platform/dialog_win32.h"
 #include "processing/adjustments.h"
@@ -48,6 +52,9 @@
 #include "panels/layers_panel.h"
 #include "panels/layer_effects_dialog_window.h"
 #include "panels/options_bar.h"
+#include "panels/status_bar_window.h"
+#include "panels/tab_order.h"
+#include "panels/tabs_bar_window.h"
 #include "panels/toolbox.h"
 #include "tools/canvas.h"
 #include "tools/canvas_view.h"
@@ -87,6 +94,8 @@ struct Shell {
   RecentFiles recent;
   HWND toolbox = nullptr;
   HWND optionsBar = nullptr;
+  HWND tabs = nullptr;
+  HWND status = nullptr;
   ToolSettings tools;
   ToolInput input{tools};
   Document* shown = nullptr;  // the document the canvas and tools work on
@@ -149,6 +158,8 @@ ShellState CurrentState() {
     s.layerCount = doc->LayerCount();
     s.activeLayer = doc->active;
     s.documentSaved = !doc->path.empty();
+    s.isNativeFile = s.documentSaved && !PhotoshopAccepts(doc->path);
+    s.upscaylFile = UpscaylAccepts(doc->path);
   }
   s.upscaylConfigured = !AppSettings().GetString(u"External", u"Upscayl").empty();
   s.photoshopConfigured = !AppSettings().GetString(u"External", u"Photoshop").empty();
@@ -209,6 +220,9 @@ void RefreshMenus() {
       DrawMenuBar(g.main);
     }
   }
+  // The tabs bar and the status bar follow every change the menus do.
+  SetTabsBarDocuments(g.tabs, g.documents, g.activeTab, g.browseOpen);
+  RefreshStatusBar(g.status);
 }
 
 HACCEL BuildAccelerators() {
@@ -240,6 +254,8 @@ void ApplyTheme() {
   if (g.layers) SetLayersPanelTheme(g.layers, g.dark);
   if (g.toolbox) SetToolboxTheme(g.toolbox, g.dark);
   if (g.optionsBar) SetOptionsBarTheme(g.optionsBar, g.dark);
+  if (g.tabs) SetTabsBarTheme(g.tabs, g.dark);
+  if (g.status) SetStatusBarTheme(g.status, g.dark);
 }
 
 // ---------------------------------------------------------------- documents
@@ -250,8 +266,9 @@ void RunCommand(int32_t id);
 
 void UpdateTitle() {
   Document* doc = ActiveDocument();
-  const std::u16string title =
-      doc ? doc->title + (doc->modified ? u" *" : u"") + u" - Tavora" : u"Tavora";
+  std::u16string title = doc ? doc->title + (doc->modified ? u" *" : u"") + u" - Tavora" : u"Tavora";
+  // The engine works out of sight: the title says it is busy.
+  if (UpscaylJobRunning()) title += u" (Upscayl running\u2026)";
   SetWindowTextW(g.main, Wide(title).c_str());
 }
 
@@ -490,6 +507,7 @@ void CloseTab(int32_t index) {
   SetHistoryPanelDocument(g.history, nullptr);
   SetLayersPanelDocument(g.layers, nullptr);
   g.documents.erase(g.documents.begin() + index);
+  if (index < g.activeTab) --g.activeTab;  // a tab closed from the tabs bar need not be the active one
   g.activeTab = std::min<int32_t>(g.activeTab, static_cast<int32_t>(g.documents.size()) - 1);
   ShowActive();
 }
@@ -646,6 +664,7 @@ struct SettingsValue {
   const wchar_t* label;
   bool yesNo;
   int32_t yesNoDefault;
+  bool program = false;  // a program's path, with a Browse button
 };
 // The seven values the Settings window owns.
 constexpr SettingsValue kSettingsValues[] = {
@@ -654,8 +673,8 @@ constexpr SettingsValue kSettingsValues[] = {
     {u"View", u"StartBrowse", L"Open Browse at start:", true, 1},
     {u"View", u"Ruler", L"Show the ruler:", true, 0},
     {u"View", u"Grid", L"Show the pixel grid when zoomed in:", true, 0},
-    {u"External", u"Upscayl", L"Upscayl engine:", false, 0},
-    {u"External", u"Photoshop", L"Photoshop:", false, 0},
+    {u"External", u"Upscayl", L"Upscayl engine:", false, 0, true},
+    {u"External", u"Photoshop", L"Photoshop:", false, 0, true},
 };
 
 void ApplyFirstLaunchView() {
@@ -695,7 +714,9 @@ void ShowSettings() {
       const bool on = AppSettings().GetInt(v.section, v.key, v.yesNoDefault) != 0;
       fields.push_back({v.label, on ? L"Yes" : L"No", {L"Yes", L"No"}});
     } else {
-      fields.push_back({v.label, Wide(AppSettings().GetString(v.section, v.key)), {}});
+      static constexpr wchar_t kPrograms[] = L"Programs (*.exe)\0*.exe\0All files (*.*)\0*.*\0";
+      fields.push_back({v.label, Wide(AppSettings().GetString(v.section, v.key)), {}, false,
+                        v.program ? std::wstring(kPrograms, std::size(kPrograms) - 1) : std::wstring()});
     }
   }
   const DialogExtraButton reset{L"Reset all settings…", &ResetAllSettings};
@@ -705,8 +726,12 @@ void ShowSettings() {
     if (v.yesNo) {
       AppSettings().SetInt(v.section, v.key, fields[i].value == L"Yes" ? 1 : 0);
     } else {
-      AppSettings().SetString(v.section, v.key,
-                              std::u16string(fields[i].value.begin(), fields[i].value.end()));
+      // A path copied from Explorer comes in quotes.
+      std::wstring text = fields[i].value;
+      while (!text.empty() && text.back() == L' ') text.pop_back();
+      while (!text.empty() && text.front() == L' ') text.erase(0, 1);
+      if (text.size() >= 2 && text.front() == L'"' && text.back() == L'"') text = text.substr(1, text.size() - 2);
+      AppSettings().SetString(v.section, v.key, std::u16string(text.begin(), text.end()));
     }
   }
   RefreshMenus();
@@ -886,6 +911,15 @@ void RunCommand(int32_t id) {
     case kCmdBatch:
       RunBatchDialog(g.main);
       break;
+    case kCmdUpscayl:
+      if (doc) UpscaylCommand(g.main, *doc);
+      break;
+    case kCmdPhotoshop:
+      if (doc) PhotoshopCommand(g.main, *doc);
+      break;
+    case kCmdPrint:
+      if (doc) RunPrintWindow(g.main, *doc);
+      break;
     case kCmdHistory:
       g.historyShown = !g.historyShown;
       AppSettings().SetInt(u"History", u"Panel", g.historyShown ? 1 : 0);
@@ -930,6 +964,29 @@ void RunCommand(int32_t id) {
     case kCmdLensFlare:
       if (doc) RunEffectCommand(*doc, id);
       break;
+    case kCmdCut:
+    case kCmdCopy:
+      if (doc) {
+        bool copied;
+        {
+          BusyCursor busy;
+          copied = CopyToClipboard(g.main, *doc);
+        }
+        // Cut erases only what is safely on the clipboard, as a step of its own.
+        if (copied && id == kCmdCut) RunCommand(kCmdClear);
+      }
+      break;
+    case kCmdPaste:
+    case kCmdPasteNew: {
+      std::unique_ptr<Document> fresh;
+      {
+        BusyCursor busy;
+        fresh = PasteFromClipboard(g.main, doc,
+                                   id == kCmdPasteNew ? PasteTarget::NewImage : PasteTarget::ActiveDocument);
+      }
+      if (fresh) AddTab(std::move(fresh));
+      break;
+    }
     case kCmdUndo:
       if (doc) Undo(*doc);
       break;
@@ -979,6 +1036,23 @@ void RunCommand(int32_t id) {
   RefreshMenus();
 }
 
+// ---------------------------------------------------------------- tabs bar
+
+void ActivateFromTabsBar(int32_t document) {
+  // The Browse tab is not part of the program yet.
+  if (document < 0 || document >= static_cast<int32_t>(g.documents.size()) || document == g.activeTab) return;
+  g.activeTab = document;
+  ShowActive();
+}
+bool CloseFromTabsBar(int32_t document) {
+  const std::size_t before = g.documents.size();
+  CloseTab(document);
+  return g.documents.size() < before;
+}
+void ReorderFromTabsBar(std::span<const int32_t> order) {
+  if (ApplyTabOrder(g.documents, order, g.activeTab)) RefreshMenus();
+}
+
 // ---------------------------------------------------------------- window
 
 // The model tells the windows what changed.
@@ -1004,7 +1078,11 @@ const DocumentObserver kObserver{&OnAreaChanged, &OnHistoryChanged, &OnWholeDocu
 void LayoutChildren() {
   RECT r;
   GetClientRect(g.main, &r);
-  const int width = r.right - r.left, height = r.bottom - r.top;
+  const int width = r.right - r.left;
+  // The status bar runs along the bottom, under everything else.
+  const int statusHeight = g.status ? std::min<int>(StatusBarHeight(g.dpi), r.bottom - r.top) : 0;
+  const int height = r.bottom - r.top - statusHeight;
+  if (g.status) MoveWindow(g.status, 0, height, width, statusHeight, TRUE);
   // The options bar runs along the top; below it the toolbox at the left,
   // the canvas, and a column at the right with History above Layers.
   const int top = g.optionsBar ? std::min(OptionsBarHeight(g.dpi), height) : 0;
@@ -1022,7 +1100,10 @@ void LayoutChildren() {
     MoveWindow(g.layers, width - panel, top + historyHeight, panel, below - historyHeight, TRUE);
     ShowWindow(g.layers, SW_SHOWNA);
   }
-  if (g.canvas) PlaceCanvas(g.canvas, {tools, top, std::max(tools, width - panel), height});
+  // The tabs bar sits over the canvas, between the toolbox and the panels.
+  const int tabsHeight = g.tabs ? std::min(TabsBarHeight(g.dpi), below) : 0;
+  if (g.tabs) MoveWindow(g.tabs, tools, top, std::max(0, width - panel - tools), tabsHeight, TRUE);
+  if (g.canvas) PlaceCanvas(g.canvas, {tools, top + tabsHeight, std::max(tools, width - panel), height});
 }
 
 void PaintClient(HWND hwnd) {
@@ -1059,7 +1140,15 @@ void SavePlacement() {
                       {true, r.left, r.top, r.right - r.left, r.bottom - r.top, maximized});
 }
 
+// An Upscayl job came back: its image opens as a new document.
+void UpscaylFinished(const std::filesystem::path& image) {
+  if (!image.empty()) OpenImageFile(image);
+  UpdateTitle();
+  RefreshMenus();
+}
+
 LRESULT CALLBACK MainProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
+  if (HandleUpscaylMessage(hwnd, msg, wp, lp, &UpscaylFinished)) return 0;
   switch (msg) {
     case WM_COMMAND:
       if (HIWORD(wp) == 0 || HIWORD(wp) == 1) RunCommand(LOWORD(wp));
@@ -1229,6 +1318,8 @@ int RunTavora(HINSTANCE instance, int showFlag) {
   RegisterLayersPanelClass(instance);
   RegisterToolboxClass(instance);
   RegisterOptionsBarClass(instance);
+  RegisterTabsBarClass(instance);
+  RegisterStatusBarClass(instance);
   const WindowPlacement placement = LoadWindowPlacement(AppSettings(), g.scale);
   g.menuBar = CreateMenu();
   BuildMenu(g.menuBar, MenuBar());
@@ -1252,6 +1343,10 @@ int RunTavora(HINSTANCE instance, int showFlag) {
   g.toolbox = CreateToolbox(g.main, instance, &g.tools, {&SelectTool, &ColorsChanged});
   g.optionsBar = CreateOptionsBar(g.main, instance, &g.tools, &OptionChanged);
   SetOptionsBarFinish(&FinishToolFromBar);
+  g.tabs = CreateTabsBar(g.main, instance, {&ActivateFromTabsBar, &CloseFromTabsBar, &ReorderFromTabsBar});
+  g.status = CreateStatusBar(g.main, instance, g.canvas);
+  SetTabsBarTheme(g.tabs, g.dark);
+  SetStatusBarTheme(g.status, g.dark);
   SetCanvasTools(g.canvas, &g.tools, &g.input, &PickedColorsChanged);
   SetToolboxTheme(g.toolbox, g.dark);
   SetOptionsBarTheme(g.optionsBar, g.dark);

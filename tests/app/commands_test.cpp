@@ -71,8 +71,9 @@ TEST(CommandAvailability, FollowsTheDocumentLayersSelectionAndWhatHasLanded) {
     ShellState state;
     std::vector<int32_t> available, greyed;
   } table[] = {
-      {"no document", {}, {kCmdExit, kCmdAbout},
-       {kCmdUndo, kCmdFlattenImage, 9999, kCmdSelectAll, kCmdSelectInvert, kCmdFromLayerAlpha}},
+      {"no document", {}, {kCmdExit, kCmdAbout, kCmdPaste, kCmdPasteNew},
+       {kCmdUndo, kCmdFlattenImage, kCmdPrint, 9999, kCmdSelectAll, kCmdSelectInvert, kCmdFromLayerAlpha,
+        kCmdCut, kCmdCopy}},
       // Layer commands follow the stack: at the bottom there is nothing below.
       {"bottom of three", {.documentOpen = true, .layerCount = 3, .activeLayer = 0},
        {kCmdFlattenImage, kCmdFlattenLayers, kCmdLayerUp, kCmdDeleteLayer},
@@ -96,8 +97,24 @@ TEST(CommandAvailability, FollowsTheDocumentLayersSelectionAndWhatHasLanded) {
        {.documentOpen = true, .canUndo = true, .canRedo = true, .hasSelection = true,
         .layerCount = 5, .activeLayer = 2, .upscaylConfigured = true,
         .photoshopConfigured = true, .documentSaved = true},
-       {kCmdBatch, kCmdResizeLayer, kCmdCropToSelection, kCmdClear},
-       {kCmdPrint, kCmdCut, kCmdPhotoshop, kCmdCaptureScreen}},
+       {kCmdBatch, kCmdPrint, kCmdResizeLayer, kCmdCropToSelection, kCmdClear, kCmdCut, kCmdPaste,
+        kCmdPhotoshop},
+       {kCmdBrowseFolder, kCmdCaptureScreen}},
+      // The outside programs need their path set and a saved file they take.
+      {"saved JPEG", {.documentOpen = true, .layerCount = 1, .upscaylConfigured = true,
+                      .photoshopConfigured = true, .documentSaved = true, .upscaylFile = true},
+       {kCmdUpscayl, kCmdPhotoshop}, {}},
+      {"saved BMP", {.documentOpen = true, .layerCount = 1, .upscaylConfigured = true,
+                     .photoshopConfigured = true, .documentSaved = true},
+       {kCmdPhotoshop}, {kCmdUpscayl}},
+      {"saved layered file", {.documentOpen = true, .layerCount = 1, .upscaylConfigured = true,
+                              .photoshopConfigured = true, .documentSaved = true, .isNativeFile = true},
+       {}, {kCmdUpscayl, kCmdPhotoshop}},
+      {"never saved", {.documentOpen = true, .layerCount = 1, .upscaylConfigured = true,
+                       .photoshopConfigured = true},
+       {}, {kCmdUpscayl, kCmdPhotoshop}},
+      {"no programs set", {.documentOpen = true, .layerCount = 1, .documentSaved = true, .upscaylFile = true},
+       {}, {kCmdUpscayl, kCmdPhotoshop}},
   };
   for (const auto& row : table) {
     for (int32_t id : row.available) EXPECT_TRUE(CommandAvailable(id, row.state)) << row.name << ": " << id;

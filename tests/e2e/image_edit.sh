@@ -1,21 +1,20 @@
 #!/usr/bin/env bash
-# End-to-end: a black line is removed with Edit > Fill Selection from
-# Surroundings; a line, a rectangle, an ellipse and a rounded rectangle are
+# End-to-end: a scribble drawn with the Brush is removed with Edit > Fill
+# Selection from Surroundings; a line, a rectangle, an ellipse and a rounded rectangle are
 # drawn, undone and redone; text is placed with the Text tool and edited by
 # a second click; Image > Rotate 90° Clockwise turns everything, the Crop
 # tool cuts it down (its Apply button applies), the Resize dialog halves it
 # and the Free Rotate dialog turns it by 180°, all with real key presses.
 # The saved .tvl has the expected size and layers, the shapes and the text
-# where they were drawn, and no trace of the line.
+# where they were drawn, and no trace of the scribble.
 # Usage: image_edit.sh TAVORA_EXE TAVORA_CLI_EXE WINE_RUN OUTPUT_DIR
 set -euo pipefail
 exe="$1"; cli="$2"; wine_run="$3"; out="$4"
 . "$(dirname "$0")/common.sh" image_edit
 find_on_screen="$(dirname "$0")/screen_find.py"
 # 480 x 320: a gradient, a magenta marker at the top-left corner to find
-# the picture on the screen, and a thick black line at y = 250.
-convert -size 480x320 gradient:'#3060c0-#f0a040' -fill '#FF00FF' -draw 'rectangle 0,0 5,5' \
-  -stroke black -strokewidth 5 -draw 'line 200,250 360,250' "PNG24:$work/pic.png"
+# the picture on the screen.
+convert -size 480x320 gradient:'#3060c0-#f0a040' -fill '#FF00FF' -draw 'rectangle 0,0 5,5' "PNG24:$work/pic.png"
 
 # The screen position of the marker's top-left pixel.
 marker() {
@@ -26,6 +25,11 @@ marker() {
 gone() {
   for _ in $(seq 1 20); do xdotool search --onlyvisible --name "$1" >/dev/null 2>&1 || return 0; sleep 0.5; done
   fail "the window $1 stayed"
+}
+# The darkest grey in the 20 x 20 screen square below right of X,Y.
+darkest_on_screen() {
+  import -window root "$work/shot.png"
+  convert "$work/shot.png" -crop "20x20+$1+$2" +repage -format "%[fx:int(255*minima.intensity)]" info:
 }
 drag() {
   xdotool mousemove "$1" "$2" mousedown 1
@@ -46,8 +50,16 @@ sleep 1
 read -r ox oy <<<"$(marker)"
 [ -n "${oy:-}" ] || fail "the picture is not on the screen"
 
-# Rectangle Select around the line, then Fill Selection from Surroundings.
+# A black zigzag with the Brush along y = 246..254, x = 200..360; then
+# Rectangle Select around it and Fill Selection from Surroundings.
 xdotool windowfocus --sync "$main"
+xdotool key b
+sleep 0.3
+xdotool mousemove $((ox + 200)) $((oy + 250)) mousedown 1
+for x in $(seq 210 10 360); do xdotool mousemove $((ox + x)) $((oy + 246 + (x / 10 % 2) * 8)); sleep 0.03; done
+xdotool mouseup 1
+sleep 0.5
+[ "$(darkest_on_screen $((ox + 270)) $((oy + 240)))" -lt 40 ] || fail "the Brush drew no scribble"
 xdotool key m
 drag $((ox + 185)) $((oy + 238)) $((ox + 375)) $((oy + 262))
 xdotool key alt+e
@@ -154,8 +166,8 @@ case "$summary" in "140 190 Background,Text: Hi"*) ;; *) fail "saved as $summary
 darkest() { convert "$work/back.png" -crop "$1" -colorspace Gray -format '%[fx:int(minima*255)]' info:; }
 # Each step moves what was drawn: turned clockwise (x, y) -> (319 - y, x),
 # cropped by 20, halved, and turned by 180 in a 140 x 190 picture.
-# The line ran along x = 200..360 at y = 250: now x = 115, y = 19..99.
-[ "$(darkest 8x70+111+24)" -gt 40 ] || fail "the line is still there"
+# The scribble ran along x = 200..360 at y = 246..254: now x = 111..119, y = 19..99.
+[ "$(darkest 8x70+111+24)" -gt 40 ] || fail "the scribble is still there"
 # The shapes lay within x = 230..330, y = 20..120: now x = 0..50, y = 34..84.
 [ "$(darkest 50x50+0+34)" -lt 60 ] || fail "the shapes are missing after undo and redo"
 # The text's box started near (58, 78): now x = 29..74, y = 135..170.
