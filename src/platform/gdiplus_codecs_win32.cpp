@@ -626,9 +626,44 @@ std::optional<EncodedStream> EncodeToStream(gp::Bitmap& bitmap, const wchar_t* m
 
 // The whole file is encoded in memory first; only a complete one reaches the
 // disk, through the safe writer, so a failure leaves any old file as it was.
+// The system's PNG encoder may drop a palette's alpha; the one transparent
+// entry then goes in as a tRNS chunk right after PLTE. Gives the chunk and
+// where it goes, nothing when the file already has one or no palette.
+struct PngPatch {
+  std::vector<uint8_t> chunk;
+  std::size_t insertAt = 0;
+};
+std::optional<PngPatch> TransparentIndexChunk(std::span<const uint8_t> png, int index) {
+  std::size_t pos = 8, plteEnd = 0;
+  while (pos + 12 <= png.size()) {
+    const uint32_t length = uint32_t(png[pos]) << 24 | uint32_t(png[pos + 1]) << 16 | png[pos + 2] << 8 | png[pos + 3];
+    const uint8_t* type = &png[pos + 4];
+    if (length > png.size() - pos - 12) return std::nullopt;
+    if (std::memcmp(type, "tRNS", 4) == 0) return std::nullopt;
+    if (std::memcmp(type, "PLTE", 4) == 0) plteEnd = pos + 12 + length;
+    if (std::memcmp(type, "IDAT", 4) == 0) break;
+    pos += 12 + length;
+  }
+  if (plteEnd == 0) return std::nullopt;
+  PngPatch patch;
+  patch.insertAt = plteEnd;
+  const uint32_t n = static_cast<uint32_t>(index) + 1;
+  patch.chunk = {uint8_t(n >> 24), uint8_t(n >> 16), uint8_t(n >> 8), uint8_t(n), 't', 'R', 'N', 'S'};
+  patch.chunk.insert(patch.chunk.end(), n - 1, 255);
+  patch.chunk.push_back(0);
+  uint32_t crc = 0xFFFFFFFFu;
+  for (std::size_t i = 4; i < patch.chunk.size(); ++i) {
+    crc ^= patch.chunk[i];
+    for (int k = 0; k < 8; ++k) crc = crc >> 1 ^ (0xEDB88320u & (0u - (crc & 1)));
+  }
+  crc = ~crc;
+  for (int shift = 24; shift >= 0; shift -= 8) patch.chunk.push_back(uint8_t(crc >> shift));
+  return patch;
+}
+
 bool SaveBitmap(gp::Bitmap& bitmap, const wchar_t* mimeType, int32_t dpi,
                 const gp::EncoderParameters* params, const std::filesystem::path& path,
-                int gifTransparentIndex = -1) {
+                int gifTransparentIndex = -1, int pngTransparentIndex = -1) {
   const std::optional<EncodedStream> encoded = EncodeToStream(bitmap, mimeType, dpi, params);
   if (!encoded) return false;
   const HGLOBAL block = encoded->block;
@@ -637,20 +672,29 @@ bool SaveBitmap(gp::Bitmap& bitmap, const wchar_t* mimeType, int32_t dpi,
   if (!bytes) return false;
 
   bool ok = true;
-  GifPatch patch;
+  // Bytes to insert into the encoder's output, and where.
+  std::vector<uint8_t> insert;
+  std::size_t insertAt = 0;
   if (gifTransparentIndex >= 0) {
-    patch = MarkTransparentIndex({bytes, size}, static_cast<uint8_t>(gifTransparentIndex));
+    const GifPatch patch = MarkTransparentIndex({bytes, size}, static_cast<uint8_t>(gifTransparentIndex));
     ok = patch.ok;
+    if (patch.insert) {
+      insert = {0x21, 0xF9, 4, 1, 0, 0, static_cast<uint8_t>(gifTransparentIndex), 0};
+      insertAt = patch.insertAt;
+    }
+  } else if (pngTransparentIndex >= 0) {
+    if (auto patch = TransparentIndexChunk({bytes, size}, pngTransparentIndex)) {
+      insert = std::move(patch->chunk);
+      insertAt = patch->insertAt;
+    }
   }
   if (ok) {
     SafeFileWriter writer(path);
     ok = writer.Open();
-    if (ok && patch.insert) {
-      const uint8_t control[8] = {0x21, 0xF9, 4, 1, 0, 0, static_cast<uint8_t>(gifTransparentIndex),
-                                  0};
-      writer.Write(bytes, patch.insertAt);
-      writer.Write(control, sizeof control);
-      writer.Write(bytes + patch.insertAt, size - patch.insertAt);
+    if (ok && !insert.empty()) {
+      writer.Write(bytes, insertAt);
+      writer.Write(insert.data(), insert.size());
+      writer.Write(bytes + insertAt, size - insertAt);
     } else if (ok) {
       writer.Write(bytes, size);
     }
@@ -660,8 +704,10 @@ bool SaveBitmap(gp::Bitmap& bitmap, const wchar_t* mimeType, int32_t dpi,
   return ok;
 }
 
-bool SaveGif(const std::filesystem::path& path, const Surface& pixels, int32_t dpi,
-             int32_t paletteSize) {
+// GIF, and PNG with "Reduce to 256 colors": eight bits per pixel through
+// the palette above, alpha 0 as the one transparent entry.
+bool SaveIndexed(const std::filesystem::path& path, const Surface& pixels, int32_t dpi,
+                 int32_t paletteSize, bool gif) {
   const GifPalette palette(pixels, paletteSize);
   gp::Bitmap bitmap(pixels.Width(), pixels.Height(), PixelFormat8bppIndexed);
   if (bitmap.GetLastStatus() != gp::Ok) return false;
@@ -678,7 +724,9 @@ bool SaveGif(const std::filesystem::path& path, const Surface& pixels, int32_t d
     const uint32_t* src = pixels.Row(y);
     for (int32_t x = 0; x < pixels.Width(); ++x) dst[x] = palette.IndexOf(src[x]);
   });
-  return filled && SaveBitmap(bitmap, L"image/gif", dpi, nullptr, path, palette.TransparentIndex());
+  if (!filled) return false;
+  if (gif) return SaveBitmap(bitmap, L"image/gif", dpi, nullptr, path, palette.TransparentIndex());
+  return SaveBitmap(bitmap, L"image/png", dpi, nullptr, path, -1, palette.TransparentIndex());
 }
 
 bool Encode(const std::filesystem::path& path, const Surface& pixels, int32_t dpi,
@@ -688,6 +736,8 @@ bool Encode(const std::filesystem::path& path, const Surface& pixels, int32_t dp
   switch (options.format) {
     case SaveFormat::Png:
     case SaveFormat::Tiff: {
+      if (options.format == SaveFormat::Png && options.paletteSize >= 1 && options.paletteSize <= 256)
+        return SaveIndexed(path, pixels, dpi, options.paletteSize, false);
       const wchar_t* mime = options.format == SaveFormat::Png ? L"image/png" : L"image/tiff";
       if (IsOpaque(pixels)) {  // 24 bits: a quarter smaller, and all that is there
         gp::Bitmap bitmap(w, h, PixelFormat24bppRGB);
@@ -714,7 +764,7 @@ bool Encode(const std::filesystem::path& path, const Surface& pixels, int32_t dp
       return FillBgr(bitmap, pixels) && SaveBitmap(bitmap, L"image/bmp", dpi, nullptr, path);
     }
     case SaveFormat::Gif:
-      return SaveGif(path, pixels, dpi, options.paletteSize);
+      return SaveIndexed(path, pixels, dpi, options.paletteSize, true);
     case SaveFormat::WebP:  // not a system codec: the WebP glue writes it
       return false;
   }

@@ -5,10 +5,12 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <fstream>
 #include <optional>
 #include <random>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "base/file_io.h"
@@ -159,26 +161,33 @@ TEST_F(GdiplusRoundTrip, JpegLowQualityMakesASmallerFile) {
             std::filesystem::file_size(dir / "q95.jpg"));
 }
 
-TEST_F(GdiplusRoundTrip, GifWithinThePaletteIsExactWithTransparency) {
+TEST_F(GdiplusRoundTrip, PaletteFormatsWithinThePaletteAreExactWithTransparency) {
   // Fifteen colours, some a single level apart, and transparent: sixteen
-  // entries, the palette size.
+  // entries, the palette size. GIF, and PNG reduced to a palette, which must
+  // come out indexed (colour type 3) with its transparent entry kept.
   const Surface picture = Picture(21, 14, [](int32_t x, int32_t y) {
     const uint32_t k = uint32_t(x + 2 * y) % 16;
     return k == 15 ? 0x00000000u : 0xFF000000u | k * 0x010203u;
   });
-  ASSERT_TRUE(Encode(dir / "a.gif", picture, 0, SaveFormat::Gif, 90, 16));
-  const auto image = Decode(dir / "a.gif");
-  ASSERT_TRUE(image);
-  ASSERT_EQ(image->pixels.Width(), picture.Width());
-  ASSERT_EQ(image->pixels.Height(), picture.Height());
-  for (int32_t y = 0; y < picture.Height(); ++y)
-    for (int32_t x = 0; x < picture.Width(); ++x) {
-      const uint32_t want = picture.At(x, y), got = image->pixels.At(x, y);
-      if (want == 0)
-        ASSERT_EQ(got >> 24, 0u) << x << "," << y;
-      else
-        ASSERT_EQ(got, want) << x << "," << y;
-    }
+  for (const auto& [name, format] : {std::pair{"a.gif", SaveFormat::Gif}, std::pair{"a.png", SaveFormat::Png}}) {
+    ASSERT_TRUE(Encode(dir / name, picture, 0, format, 90, 16)) << name;
+    const auto image = Decode(dir / name);
+    ASSERT_TRUE(image) << name;
+    ASSERT_EQ(image->pixels.Width(), picture.Width());
+    ASSERT_EQ(image->pixels.Height(), picture.Height());
+    for (int32_t y = 0; y < picture.Height(); ++y)
+      for (int32_t x = 0; x < picture.Width(); ++x) {
+        const uint32_t want = picture.At(x, y), got = image->pixels.At(x, y);
+        if (want == 0)
+          ASSERT_EQ(got >> 24, 0u) << name << " " << x << "," << y;
+        else
+          ASSERT_EQ(got, want) << name << " " << x << "," << y;
+      }
+  }
+  std::ifstream png(dir / "a.png", std::ios::binary);
+  char header[26] = {};
+  png.read(header, sizeof header);
+  EXPECT_EQ(header[25], 3) << "the PNG is not indexed";
 }
 
 TEST_F(GdiplusRoundTrip, GifReducesMoreColoursThanThePaletteHolds) {
