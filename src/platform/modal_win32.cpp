@@ -4,6 +4,7 @@ namespace tavora {
 namespace {
 
 bool g_anyEnded = false;
+HelpKeyHandler g_help = nullptr;
 DWORD g_endedAt = 0;
 
 bool IsButtonMessage(UINT message) {
@@ -14,6 +15,8 @@ bool IsButtonMessage(UINT message) {
 }
 
 }  // namespace
+
+void SetHelpKeyHandler(HelpKeyHandler handler) { g_help = handler; }
 
 void NoteModalEnded() {
   g_anyEnded = true;
@@ -45,6 +48,11 @@ void ModalWindow::Run(const bool& done, HWND focus) {
       break;
     }
     if (IsLeftoverModalClick(msg)) continue;
+    if (msg.message == WM_KEYDOWN && msg.wParam == VK_F1 && g_help &&
+        (msg.hwnd == window_ || IsChild(window_, msg.hwnd))) {
+      g_help(window_);
+      continue;
+    }
     if (IsDialogMessageW(window_, &msg)) continue;
     TranslateMessage(&msg);
     DispatchMessageW(&msg);

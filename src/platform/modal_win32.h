@@ -22,6 +22,11 @@ void NoteModalEnded();
 bool IsLeftoverModalClick(UINT message, DWORD time);
 inline bool IsLeftoverModalClick(const MSG& msg) { return IsLeftoverModalClick(msg.message, msg.time); }
 
+// F1 in a modal window of the program: the handler gets that window, so
+// that help can be shown for it. None is set at first.
+using HelpKeyHandler = void (*)(HWND modal);
+void SetHelpKeyHandler(HelpKeyHandler handler);
+
 // A window shown modally over its owner, closed when this ends (or at
 // Close): the owner is disabled meanwhile, and enabled again before the
 // window is destroyed, so that the activation returns to it.
