@@ -156,7 +156,8 @@ constexpr int32_t kLanded[] = {
     kCmdRotateLayer180, kCmdFreeRotateLayer, kCmdFlipLayerVertical, kCmdMirrorLayer,
     kCmdResizeLayer, kCmdBatch, kCmdHdrToneMap, kCmdWhitenArea, kCmdLensFlare, kCmdFillSurroundings,
     kCmdPrint, kCmdCut, kCmdCopy, kCmdPaste, kCmdPasteNew,
-    kCmdUpscayl, kCmdPhotoshop,
+    kCmdUpscayl, kCmdPhotoshop, kCmdManual,
+    kCmdCaptureScreen, kCmdCaptureRegion, kCmdCaptureDelay, kCmdFullScreen, kCmdSlideshow, kCmdRuler,
 };
 
 // What each command needs beyond having landed.

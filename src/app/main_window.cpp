@@ -17,6 +17,10 @@
 #include "app/shell.h"
 #include "app/view_settings.h"
 #include "app/window_placement.h"
+#include "auxiliary/capture_window.h"
+#include "auxiliary/full_view_window.h"
+#include "auxiliary/manual_window.h"
+#include "auxiliary/ruler_window.h"
 #include "auxiliary/print_window.h"
 #include "document/blend.h"
 #include "document/composite.h"
@@ -27,6 +31,7 @@
 #include "document/effect_params.h"
 #include "document/size_limits.h"
 #include "formats/batch_dialog_window.h"
+#include "formats/file_association_win32.h"
 #include "formats/external_programs.h"
 #include "formats/external_programs_win32.h"
 #include "formats/clipboard_win32.h"
@@ -113,6 +118,14 @@ Document* ActiveDocument() {
              : nullptr;
 }
 
+// F1's page: the current tool's.
+std::u16string HelpTopic() {
+  const std::string id = std::to_string(g.tools.CurrentTool());
+  return u"tool:" + std::u16string(id.begin(), id.end());
+}
+
+void HelpInDialog(HWND modal) { ShowManual(g.main, DialogTopic(modal)); }
+
 // ---------------------------------------------------------------- menus
 
 void BuildMenu(HMENU menu, std::span<const MenuNode> nodes) {
@@ -178,6 +191,7 @@ void RefreshMenus() {
   CheckMenuItem(g.menuBar, kCmdHistory, MF_BYCOMMAND | (g.historyShown ? MF_CHECKED : MF_UNCHECKED));
   CheckMenuItem(g.menuBar, kCmdSmooth, MF_BYCOMMAND | (g.view.smooth ? MF_CHECKED : MF_UNCHECKED));
   CheckMenuItem(g.menuBar, kCmdGrid, MF_BYCOMMAND | (g.view.grid ? MF_CHECKED : MF_UNCHECKED));
+  CheckMenuItem(g.menuBar, kCmdRuler, MF_BYCOMMAND | (RulersShown() ? MF_CHECKED : MF_UNCHECKED));
   CheckMenuRadioItem(g.menuBar, kCmdThemeSystem, kCmdThemeDark,
                      kCmdThemeSystem + static_cast<int32_t>(g.view.theme), MF_BYCOMMAND);
   // Open Recent lists the recent files; empty, it is greyed.
@@ -254,6 +268,7 @@ void ApplyTheme() {
   if (g.layers) SetLayersPanelTheme(g.layers, g.dark);
   if (g.toolbox) SetToolboxTheme(g.toolbox, g.dark);
   if (g.optionsBar) SetOptionsBarTheme(g.optionsBar, g.dark);
+  ManualThemeChanged();
   if (g.tabs) SetTabsBarTheme(g.tabs, g.dark);
   if (g.status) SetStatusBarTheme(g.status, g.dark);
 }
@@ -699,12 +714,24 @@ bool ResetAllSettings(HWND dialog) {
       IDYES)
     return false;
   AppSettings().ResetAll();
+  ResetRulerUnit();
   g.tools.Reset();
   ToolChanged();
   ApplyFirstLaunchView();
   ShowMessageBox(dialog, L"All settings are back to their first-launch values.", L"Reset all settings",
                  MB_OK | MB_ICONINFORMATION);
   return true;
+}
+
+// The file association lives in the registry, not in the settings file:
+// the row shows what Windows has now and changes it only when changed.
+void ApplyAssociationChoice(bool wanted, bool registered) {
+  if (wanted == registered) return;
+  if (wanted ? RegisterThisProgram() : RemoveThisProgram()) return;
+  ShowMessageBox(g.main,
+                 wanted ? L"Windows could not be told to open .tvl and .kzl files with Tavora."
+                        : L"The registration of .tvl and .kzl files could not be removed completely.",
+                 L"Tavora", MB_OK | MB_ICONWARNING);
 }
 
 void ShowSettings() {
@@ -719,9 +746,14 @@ void ShowSettings() {
                         v.program ? std::wstring(kPrograms, std::size(kPrograms) - 1) : std::wstring()});
     }
   }
+  const bool registered = ThisProgramAssociation() == AssociationState::ThisProgram;
+  fields.push_back({L"Open .tvl and .kzl files with Tavora:", registered ? L"Yes" : L"No", {L"Yes", L"No"}});
+  fields.push_back({L"Also offers Tavora under \"Open with\" for images; only your account is changed.", L"", {},
+                    true});
   const DialogExtraButton reset{L"Reset all settings…", &ResetAllSettings};
   if (!RunFieldDialog(g.main, L"Settings", fields, nullptr, &reset)) return;
-  for (std::size_t i = 0; i < fields.size(); ++i) {
+  ApplyAssociationChoice(fields[std::size(kSettingsValues)].value == L"Yes", registered);
+  for (std::size_t i = 0; i < std::size(kSettingsValues); ++i) {
     const SettingsValue& v = kSettingsValues[i];
     if (v.yesNo) {
       AppSettings().SetInt(v.section, v.key, fields[i].value == L"Yes" ? 1 : 0);
@@ -838,6 +870,20 @@ void DocumentCommand(Document& doc, int32_t id) {
   if (g.canvas) FitCanvasDocument(g.canvas, true);
 }
 
+// The shot opens as a new tab; an abandoned capture leaves the tabs alone.
+void CaptureCommand(CaptureKind kind, int32_t delayMs, bool includeCursor) {
+  if (auto doc = CaptureScreen(g.main, kind, delayMs, includeCursor)) AddTab(std::move(doc));
+}
+
+// The open tabs as the full-screen view reads them.
+FullViewTabs ViewTabs() {
+  return {[](void*) { return static_cast<int32_t>(g.documents.size()); },
+          [](int32_t i, void*) -> Document* {
+            return i >= 0 && i < static_cast<int32_t>(g.documents.size()) ? g.documents[i].get() : nullptr;
+          },
+          nullptr};
+}
+
 // ---------------------------------------------------------------- commands
 
 void RunCommand(int32_t id) {
@@ -862,12 +908,15 @@ void RunCommand(int32_t id) {
   Document* doc = ActiveDocument();
   // A command acts on finished work: a stroke or a selection drag under way
   // ends first. Looking around (zoom, panels, theme) leaves it alone.
-  const bool viewOnly = (id >= kCmdZoomIn && id <= kCmdHistory) || id == kCmdSettings;
+  const bool viewOnly = (id >= kCmdZoomIn && id <= kCmdHistory) || id == kCmdSettings || id == kCmdManual;
   if (doc && !viewOnly) FinishToolWork(*doc);
   switch (id) {
     case kCmdExit:
       SendMessageW(g.main, WM_CLOSE, 0, 0);
       return;  // the window may be gone now
+    case kCmdManual:
+      ShowManual(g.main, HelpTopic());
+      break;
     case kCmdAbout:
       ShowMessageBox(g.main, L"Tavora 0.1.0\n\nA small, fast raster image editor for Windows.",
                      L"About Tavora", MB_OK | MB_ICONINFORMATION);
@@ -910,6 +959,24 @@ void RunCommand(int32_t id) {
       break;
     case kCmdBatch:
       RunBatchDialog(g.main);
+      break;
+    case kCmdCaptureScreen:
+    case kCmdCaptureRegion:
+      CaptureCommand(id == kCmdCaptureScreen ? CaptureKind::FullScreen : CaptureKind::Region, 0, false);
+      break;
+    case kCmdCaptureDelay:
+      if (const auto request = AskCaptureRequest(g.main))
+        CaptureCommand(request->kind, request->delayMs, request->includeCursor);
+      break;
+    case kCmdFullScreen:
+      ShowFullScreen(g.main, ViewTabs(), g.activeTab, false, 0, SlideTransition::None);
+      break;
+    case kCmdSlideshow:
+      StartSlideshow(g.main, ViewTabs(), g.activeTab);
+      break;
+    case kCmdRuler:
+      SetRulersShown(!RulersShown());
+      LayoutChildren();
       break;
     case kCmdUpscayl:
       if (doc) UpscaylCommand(g.main, *doc);
@@ -1103,7 +1170,7 @@ void LayoutChildren() {
   // The tabs bar sits over the canvas, between the toolbox and the panels.
   const int tabsHeight = g.tabs ? std::min(TabsBarHeight(g.dpi), below) : 0;
   if (g.tabs) MoveWindow(g.tabs, tools, top, std::max(0, width - panel - tools), tabsHeight, TRUE);
-  if (g.canvas) PlaceCanvas(g.canvas, {tools, top + tabsHeight, std::max(tools, width - panel), height});
+  if (g.canvas) PlaceCanvas(g.canvas, PlaceRulers({tools, top + tabsHeight, std::max(tools, width - panel), height}));
 }
 
 void PaintClient(HWND hwnd) {
@@ -1256,6 +1323,12 @@ int MessageLoop() {
   while (GetMessageW(&msg, nullptr, 0, 0) > 0) {
     // A click made on a modal window that has gone meanwhile belongs to it.
     if (IsLeftoverModalClick(msg)) continue;
+    // F1 anywhere: the manual, at the current tool's page when pressed in
+    // the main window (modal dialogs answer it in their own loop).
+    if (msg.message == WM_KEYDOWN && msg.wParam == VK_F1) {
+      ShowManual(g.main, GetAncestor(msg.hwnd, GA_ROOT) == g.main ? HelpTopic() : u"");
+      continue;
+    }
     // The wheel scrolls what is under the pointer (the History panel, the
     // canvas), not the window with the keyboard focus.
     if (msg.message == WM_MOUSEWHEEL) {
@@ -1308,6 +1381,7 @@ int RunTavora(HINSTANCE instance, int showFlag) {
   if (codecs) SetSystemDrawing(&GdiplusDrawing());
   g.input.SetTextDialog(&AskText, nullptr);
   SetDocumentObserver(&kObserver);
+  SetHelpKeyHandler(&HelpInDialog);
 
   g.dpi = SystemDpi();
   g.scale = g.dpi / 96.0;
@@ -1337,6 +1411,7 @@ int RunTavora(HINSTANCE instance, int showFlag) {
   ApplyTheme();
   DragAcceptFiles(g.main, TRUE);
   g.canvas = CreateCanvas(g.main, instance);
+  CreateRulers(g.main, g.canvas, [] { return g.shown; });
   SetCanvasSettings(g.canvas, {g.view.smooth, g.view.grid, g.dark});
   g.history = CreateHistoryPanel(g.main, instance);
   g.layers = CreateLayersPanel(g.main, instance);

@@ -98,8 +98,8 @@ TEST(CommandAvailability, FollowsTheDocumentLayersSelectionAndWhatHasLanded) {
         .layerCount = 5, .activeLayer = 2, .upscaylConfigured = true,
         .photoshopConfigured = true, .documentSaved = true},
        {kCmdBatch, kCmdPrint, kCmdResizeLayer, kCmdCropToSelection, kCmdClear, kCmdCut, kCmdPaste,
-        kCmdPhotoshop},
-       {kCmdBrowseFolder, kCmdCaptureScreen}},
+        kCmdPhotoshop, kCmdCaptureScreen, kCmdSlideshow, kCmdRuler},
+       {kCmdBrowseFolder}},
       // The outside programs need their path set and a saved file they take.
       {"saved JPEG", {.documentOpen = true, .layerCount = 1, .upscaylConfigured = true,
                       .photoshopConfigured = true, .documentSaved = true, .upscaylFile = true},
