@@ -174,9 +174,9 @@ class ChannelRows {
       std::memcpy(raw_.data(), data.Pos(), rowBytes_);
       data.Skip(rowBytes_);
     }
+    if (depth_ == 8) return raw_.data();
     for (uint32_t x = 0; x < width_; ++x) {
-      if (depth_ == 8) row_[x] = raw_[x];
-      else if (depth_ == 16) row_[x] = To8(uint32_t(raw_[2 * x]) << 8 | raw_[2 * x + 1]);
+      if (depth_ == 16) row_[x] = To8(uint32_t(raw_[2 * x]) << 8 | raw_[2 * x + 1]);
       else row_[x] = (raw_[x >> 3] >> (7 - (x & 7))) & 1 ? 0 : 255;  // bitmap: 1 is black
     }
     return row_.data();
@@ -465,8 +465,9 @@ int32_t PsdBlendMode(std::span<const uint8_t, 4> key) {
 std::unique_ptr<Document> ReadPsdBytes(std::span<const uint8_t> bytes) {
   const auto f = ParseFile(bytes);
   if (!f) return nullptr;
-  auto flat = DecodeFlattened(*f, MergedAlpha(*f));
+  // Layers the editor keeps as they are need no flattened picture.
   if (auto layered = ReadLayers(*f, true)) return layered;
+  auto flat = DecodeFlattened(*f, MergedAlpha(*f));
   if (!flat) return ReadLayers(*f, false);
   if (!Uniform(*flat)) return DocumentFromPicture(std::move(*flat), f->dpi);
   if (auto lenient = ReadLayers(*f, false)) return lenient;

@@ -82,6 +82,11 @@ std::optional<Surface> DecodeRadianceHdr(ByteInput& in, float exposure) {
       double(width) * double(height) > 250'000'000.0)
     return std::nullopt;
   const float scale = std::exp2(exposure);
+  // A byte depends only on its mantissa and the pixel's exponent: each
+  // exponent's 256 results are worked out the first time it is met, with
+  // exactly the arithmetic of a pixel, so the curve runs once per pair.
+  std::vector<uint8_t> curve(256 * 256);
+  bool ready[256] = {};
   Surface out(width, height);
   std::vector<uint8_t> rgbe(std::size_t(width) * 4);
   const bool bottomUp = ySign == '+', mirrored = xSign == '-';
@@ -92,9 +97,13 @@ std::optional<Surface> DecodeRadianceHdr(ByteInput& in, float exposure) {
       const uint8_t* p = &rgbe[std::size_t(x) * 4];
       uint32_t pixel = 0xFF000000u;
       if (p[3] != 0) {
-        const float factor = std::ldexp(1.0f, int(p[3]) - 136) * scale;
-        pixel |= uint32_t(HdrToByte(p[0] * factor)) << 16 | uint32_t(HdrToByte(p[1] * factor)) << 8 |
-                 HdrToByte(p[2] * factor);
+        uint8_t* bytes = &curve[std::size_t(p[3]) * 256];
+        if (!ready[p[3]]) {
+          const float factor = std::ldexp(1.0f, int(p[3]) - 136) * scale;
+          for (int m = 0; m < 256; ++m) bytes[m] = HdrToByte(float(m) * factor);
+          ready[p[3]] = true;
+        }
+        pixel |= uint32_t(bytes[p[0]]) << 16 | uint32_t(bytes[p[1]]) << 8 | bytes[p[2]];
       }
       row[mirrored ? width - 1 - x : x] = pixel;
     }
