@@ -113,6 +113,9 @@ std::optional<WebpImage> DecodeWebpThumbnail(std::span<const uint8_t> bytes, int
   if (bytes.empty() || longestSide < 1 || WebPGetFeatures(bytes.data(), bytes.size(), &features) != VP8_STATUS_OK ||
       features.width < 1 || features.height < 1)
     return std::nullopt;
+  // A few bytes can claim a huge lossless picture; a thumbnail is refused
+  // where the picture itself would be, not decoded at full cost first.
+  if (!features.has_animation && !CanvasSizeAllowed(features.width, features.height)) return std::nullopt;
   const double scale = std::min(1.0, double(longestSide) / std::max(features.width, features.height));
   const int32_t w = std::max(1, static_cast<int32_t>(features.width * scale + 0.5));
   const int32_t h = std::max(1, static_cast<int32_t>(features.height * scale + 0.5));

@@ -57,6 +57,12 @@ TEST(Webp, SizesQualityAndThumbnails) {
   broken.resize(broken.size() / 2);
   EXPECT_FALSE(DecodeWebp(broken));
   EXPECT_FALSE(DecodeWebp({}));
+  // Fifteen bytes of lossless header claiming 16129 x 16384: refused at
+  // once, thumbnail included (it once decoded the whole claim).
+  const std::vector<uint8_t> huge = {0x2F, 0x00, 0xFF, 0xFF, 0x0F, 0x88, 0x88, 0x88,
+                                     0x12, 0x0B, 0x00, 0x00, 0x00, 0x1A, 0x88};
+  EXPECT_FALSE(DecodeWebp(huge));
+  EXPECT_FALSE(DecodeWebpThumbnail(huge, 64));
   EXPECT_FALSE(ReadWebpFile(dir / "missing.webp"));
 }
 
