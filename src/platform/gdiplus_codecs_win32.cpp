@@ -597,35 +597,105 @@ bool FillBgr(gp::Bitmap& bitmap, const Surface& pixels) {
   });
 }
 
-// An encoded file in a memory stream; `block` holds its `size` bytes.
-struct EncodedStream {
-  StreamPtr stream;
-  HGLOBAL block = nullptr;
-  std::size_t size = 0;
+// The stream the encoders write into: bytes in a vector that grows by
+// doubling. A stream on an HGLOBAL grows to the exact size on every write,
+// which makes a large PNG (written in small pieces) cost quadratic copying.
+// It lives on its caller's stack; counting references keeps COM's rules
+// but never frees it.
+class GrowingStream final : public IStream {
+ public:
+  std::vector<uint8_t> bytes;
+
+  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
+    if (!out) return E_POINTER;
+    if (iid == IID_IUnknown || iid == IID_ISequentialStream || iid == IID_IStream) {
+      *out = static_cast<IStream*>(this);
+      AddRef();
+      return S_OK;
+    }
+    *out = nullptr;
+    return E_NOINTERFACE;
+  }
+  ULONG STDMETHODCALLTYPE AddRef() override { return ++refs_; }
+  ULONG STDMETHODCALLTYPE Release() override { return --refs_; }
+
+  HRESULT STDMETHODCALLTYPE Read(void* out, ULONG size, ULONG* read) override {
+    const std::size_t n = at_ < bytes.size() ? std::min<std::size_t>(size, bytes.size() - at_) : 0;
+    if (n) std::memcpy(out, bytes.data() + at_, n);
+    at_ += n;
+    if (read) *read = static_cast<ULONG>(n);
+    return n == size ? S_OK : S_FALSE;
+  }
+  HRESULT STDMETHODCALLTYPE Write(const void* data, ULONG size, ULONG* written) override {
+    if (written) *written = 0;
+    try {
+      if (at_ + size > bytes.size()) {
+        if (at_ + size > bytes.capacity()) bytes.reserve(std::max<std::size_t>(at_ + size, 2 * bytes.capacity()));
+        bytes.resize(at_ + size);
+      }
+    } catch (const std::bad_alloc&) {
+      return STG_E_MEDIUMFULL;
+    }
+    std::memcpy(bytes.data() + at_, data, size);
+    at_ += size;
+    if (written) *written = size;
+    return S_OK;
+  }
+  HRESULT STDMETHODCALLTYPE Seek(LARGE_INTEGER move, DWORD origin, ULARGE_INTEGER* position) override {
+    const int64_t base = origin == STREAM_SEEK_SET ? 0
+                         : origin == STREAM_SEEK_CUR ? int64_t(at_)
+                         : origin == STREAM_SEEK_END ? int64_t(bytes.size())
+                                                     : -1;
+    if (base < 0 || base + move.QuadPart < 0) return STG_E_INVALIDFUNCTION;
+    at_ = static_cast<std::size_t>(base + move.QuadPart);
+    if (position) position->QuadPart = at_;
+    return S_OK;
+  }
+  HRESULT STDMETHODCALLTYPE SetSize(ULARGE_INTEGER size) override {
+    try {
+      bytes.resize(static_cast<std::size_t>(size.QuadPart));
+    } catch (const std::bad_alloc&) {
+      return STG_E_MEDIUMFULL;
+    }
+    return S_OK;
+  }
+  HRESULT STDMETHODCALLTYPE CopyTo(IStream*, ULARGE_INTEGER, ULARGE_INTEGER*, ULARGE_INTEGER*) override {
+    return E_NOTIMPL;
+  }
+  HRESULT STDMETHODCALLTYPE Commit(DWORD) override { return S_OK; }
+  HRESULT STDMETHODCALLTYPE Revert() override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE LockRegion(ULARGE_INTEGER, ULARGE_INTEGER, DWORD) override {
+    return STG_E_INVALIDFUNCTION;
+  }
+  HRESULT STDMETHODCALLTYPE UnlockRegion(ULARGE_INTEGER, ULARGE_INTEGER, DWORD) override {
+    return STG_E_INVALIDFUNCTION;
+  }
+  HRESULT STDMETHODCALLTYPE Stat(STATSTG* stat, DWORD) override {
+    if (!stat) return E_POINTER;
+    *stat = STATSTG{};
+    stat->type = STGTY_STREAM;
+    stat->cbSize.QuadPart = bytes.size();
+    return S_OK;
+  }
+  HRESULT STDMETHODCALLTYPE Clone(IStream**) override { return E_NOTIMPL; }
+
+ private:
+  ULONG refs_ = 1;
+  std::size_t at_ = 0;
 };
 
-std::optional<EncodedStream> EncodeToStream(gp::Bitmap& bitmap, const wchar_t* mimeType, int32_t dpi,
-                                            const gp::EncoderParameters* params) {
+// The whole encoded file in memory, or nothing.
+std::optional<std::vector<uint8_t>> EncodeToStream(gp::Bitmap& bitmap, const wchar_t* mimeType, int32_t dpi,
+                                                   const gp::EncoderParameters* params) {
   if (bitmap.GetLastStatus() != gp::Ok) return std::nullopt;
   const std::optional<CLSID> encoder = EncoderFor(mimeType);
   if (!encoder) return std::nullopt;
   if (dpi > 0 && bitmap.SetResolution(gp::REAL(dpi), gp::REAL(dpi)) != gp::Ok) return std::nullopt;
-
-  IStream* raw = nullptr;
-  if (FAILED(CreateStreamOnHGlobal(nullptr, TRUE, &raw))) return std::nullopt;
-  EncodedStream out{StreamPtr(raw)};
-  if (bitmap.Save(out.stream.get(), &*encoder, params) != gp::Ok) return std::nullopt;
-  STATSTG stat{};
-  if (FAILED(out.stream->Stat(&stat, STATFLAG_NONAME)) ||
-      FAILED(GetHGlobalFromStream(out.stream.get(), &out.block)))
-    return std::nullopt;
-  out.size = static_cast<std::size_t>(stat.cbSize.QuadPart);
-  if (out.size == 0 || out.size > GlobalSize(out.block)) return std::nullopt;
-  return out;
+  GrowingStream stream;
+  if (bitmap.Save(&stream, &*encoder, params) != gp::Ok || stream.bytes.empty()) return std::nullopt;
+  return std::move(stream.bytes);
 }
 
-// The whole file is encoded in memory first; only a complete one reaches the
-// disk, through the safe writer, so a failure leaves any old file as it was.
 // The system's PNG encoder may drop a palette's alpha; the one transparent
 // entry then goes in as a tRNS chunk right after PLTE. Gives the chunk and
 // where it goes, nothing when the file already has one or no palette.
@@ -661,15 +731,15 @@ std::optional<PngPatch> TransparentIndexChunk(std::span<const uint8_t> png, int 
   return patch;
 }
 
+// The whole file is encoded in memory first; only a complete one reaches the
+// disk, through the safe writer, so a failure leaves any old file as it was.
 bool SaveBitmap(gp::Bitmap& bitmap, const wchar_t* mimeType, int32_t dpi,
                 const gp::EncoderParameters* params, const std::filesystem::path& path,
                 int gifTransparentIndex = -1, int pngTransparentIndex = -1) {
-  const std::optional<EncodedStream> encoded = EncodeToStream(bitmap, mimeType, dpi, params);
+  std::optional<std::vector<uint8_t>> encoded = EncodeToStream(bitmap, mimeType, dpi, params);
   if (!encoded) return false;
-  const HGLOBAL block = encoded->block;
-  const std::size_t size = encoded->size;
-  auto* bytes = static_cast<uint8_t*>(GlobalLock(block));
-  if (!bytes) return false;
+  uint8_t* bytes = encoded->data();
+  const std::size_t size = encoded->size();
 
   bool ok = true;
   // Bytes to insert into the encoder's output, and where.
@@ -700,7 +770,6 @@ bool SaveBitmap(gp::Bitmap& bitmap, const wchar_t* mimeType, int32_t dpi,
     }
     ok = ok && writer.Commit();
   }
-  GlobalUnlock(block);
   return ok;
 }
 
@@ -798,13 +867,7 @@ std::optional<std::vector<uint8_t>> EncodePngInMemory(const Surface& pixels, int
   // Always 32 bits: whoever reads it back expects the alpha channel.
   gp::Bitmap bitmap(pixels.Width(), pixels.Height(), pixels.Width() * 4, PixelFormat32bppARGB,
                     reinterpret_cast<BYTE*>(const_cast<uint32_t*>(pixels.Data())));
-  const std::optional<EncodedStream> encoded = EncodeToStream(bitmap, L"image/png", dpi, nullptr);
-  if (!encoded) return std::nullopt;
-  const auto* bytes = static_cast<const uint8_t*>(GlobalLock(encoded->block));
-  if (!bytes) return std::nullopt;
-  std::vector<uint8_t> out(bytes, bytes + encoded->size);
-  GlobalUnlock(encoded->block);
-  return out;
+  return EncodeToStream(bitmap, L"image/png", dpi, nullptr);
 }
 
 std::optional<DecodedImage> DecodePngInMemory(std::span<const uint8_t> bytes) {
