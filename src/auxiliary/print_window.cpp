@@ -18,6 +18,7 @@
 #include "auxiliary/print_layout.h"
 #include "base/settings_store.h"
 #include "document/composite.h"
+#include "platform/dialog_win32.h"
 #include "platform/dpi_win32.h"
 #include "platform/message_box_win32.h"
 #include "platform/modal_win32.h"
@@ -589,15 +590,6 @@ LRESULT CALLBACK PrintProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
   return DefWindowProcW(hwnd, msg, wp, lp);
 }
 
-HWND Control(HWND parent, const wchar_t* cls, const wchar_t* text, DWORD style, int x, int y, int w, int h, int id,
-             HFONT font) {
-  const DWORD ex = std::wstring(cls) == L"Edit" ? WS_EX_CLIENTEDGE : 0;
-  HWND c = CreateWindowExW(ex, cls, text, WS_CHILD | WS_VISIBLE | style, x, y, w, h, parent,
-                           reinterpret_cast<HMENU>(static_cast<INT_PTR>(id)), GetModuleHandleW(nullptr), nullptr);
-  SendMessageW(c, WM_SETFONT, reinterpret_cast<WPARAM>(font), TRUE);
-  return c;
-}
-
 HWND Spin(HWND parent, HWND buddy, int id, int low, int high) {
   HWND spin = CreateWindowExW(0, UPDOWN_CLASSW, L"",
                               WS_CHILD | WS_VISIBLE | UDS_SETBUDDYINT | UDS_ALIGNRIGHT | UDS_ARROWKEYS | UDS_NOTHOUSANDS,
@@ -661,15 +653,15 @@ void RunPrintWindow(HWND owner, Document& doc) {
   const int field = column + labelW, fieldW = right - field;
   s.previewRect = {S(14), S(14), column - S(16), client.bottom - S(14)};
   auto label = [&](const wchar_t* text, int x, int y, int w) {
-    Control(s.window, L"Static", text, SS_LEFT, x, y + S(4), w, S(20), -1, font);
+    CreateControl(s.window, L"Static", text, SS_LEFT, x, y + S(4), w, S(20), -1, font);
   };
   auto number = [&](int x, int y, int w, int id) {
-    HWND e = Control(s.window, L"Edit", L"", ES_AUTOHSCROLL | ES_NUMBER | WS_TABSTOP, x, y, w, S(24), id, font);
+    HWND e = CreateControl(s.window, L"Edit", L"", ES_AUTOHSCROLL | ES_NUMBER | WS_TABSTOP, x, y, w, S(24), id, font);
     SendMessageW(e, EM_SETLIMITTEXT, 6, 0);
     return e;
   };
   auto combo = [&](int y, int id, std::initializer_list<const wchar_t*> items) {
-    HWND c = Control(s.window, L"ComboBox", L"", CBS_DROPDOWNLIST | WS_VSCROLL | WS_TABSTOP, field, y, fieldW, S(200),
+    HWND c = CreateControl(s.window, L"ComboBox", L"", CBS_DROPDOWNLIST | WS_VSCROLL | WS_TABSTOP, field, y, fieldW, S(200),
                      id, font);
     for (const wchar_t* item : items) SendMessageW(c, CB_ADDSTRING, 0, reinterpret_cast<LPARAM>(item));
     return c;
@@ -678,12 +670,12 @@ void RunPrintWindow(HWND owner, Document& doc) {
   int y = S(14);
   label(L"Printer:", column, y - S(4), right - column);
   y += S(18);
-  s.printerName = Control(s.window, L"Static", L"", SS_LEFT | SS_NOPREFIX, column, y, right - column, S(36), -1, font);
+  s.printerName = CreateControl(s.window, L"Static", L"", SS_LEFT | SS_NOPREFIX, column, y, right - column, S(36), -1, font);
   y += S(42);
   const int half = (right - column - S(8)) / 2;
-  Control(s.window, L"Button", L"Printer\u2026", PushButtonStyle(false) | WS_TABSTOP, column, y, half, S(28), kPrinterId,
+  CreateControl(s.window, L"Button", L"Printer\u2026", PushButtonStyle(false) | WS_TABSTOP, column, y, half, S(28), kPrinterId,
           font);
-  Control(s.window, L"Button", L"Page Setup\u2026", PushButtonStyle(false) | WS_TABSTOP, column + half + S(8), y, half,
+  CreateControl(s.window, L"Button", L"Page Setup\u2026", PushButtonStyle(false) | WS_TABSTOP, column + half + S(8), y, half,
           S(28), kSetupId, font);
   y += S(42);
   label(L"Orientation:", column, y, labelW);
@@ -701,7 +693,7 @@ void RunPrintWindow(HWND owner, Document& doc) {
     label(dpiText, field + S(88), y, right - field - S(88));
   }
   y += S(36);
-  s.centered = Control(s.window, L"Button", L"Centered on the page", BS_AUTOCHECKBOX | WS_TABSTOP, column, y,
+  s.centered = CreateControl(s.window, L"Button", L"Centered on the page", BS_AUTOCHECKBOX | WS_TABSTOP, column, y,
                        right - column, S(24), kCenteredId, font);
   y += S(30);
   label(L"Left offset (mm):", column, y, labelW);
@@ -724,14 +716,14 @@ void RunPrintWindow(HWND owner, Document& doc) {
   s.copies = number(field, y, S(80), kCopiesId);
   s.copiesSpin = Spin(s.window, s.copies, kCopiesSpinId, 1, kPrintMaxCopies);
   y += S(36);
-  s.toFile = Control(s.window, L"Button", L"Print to file", BS_AUTOCHECKBOX | WS_TABSTOP, column, y, right - column,
+  s.toFile = CreateControl(s.window, L"Button", L"Print to file", BS_AUTOCHECKBOX | WS_TABSTOP, column, y, right - column,
                      S(24), kToFileId, font);
   y += S(32);
-  s.status = Control(s.window, L"Static", L"", SS_LEFT | SS_NOPREFIX, column, y, right - column, S(64), -1, font);
+  s.status = CreateControl(s.window, L"Static", L"", SS_LEFT | SS_NOPREFIX, column, y, right - column, S(64), -1, font);
   const int buttonsY = client.bottom - S(42);
-  Control(s.window, L"Button", L"Print", PushButtonStyle(true) | WS_TABSTOP, right - S(186), buttonsY, S(88), S(28),
+  CreateControl(s.window, L"Button", L"Print", PushButtonStyle(true) | WS_TABSTOP, right - S(186), buttonsY, S(88), S(28),
           IDOK, font);
-  Control(s.window, L"Button", L"Close", PushButtonStyle(false) | WS_TABSTOP, right - S(88), buttonsY, S(88), S(28),
+  CreateControl(s.window, L"Button", L"Close", PushButtonStyle(false) | WS_TABSTOP, right - S(88), buttonsY, S(88), S(28),
           IDCANCEL, font);
 
   ShowSettings(s);

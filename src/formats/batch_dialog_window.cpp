@@ -14,6 +14,7 @@
 
 #include "base/settings_store.h"
 #include "formats/batch.h"
+#include "platform/dialog_win32.h"
 #include "platform/dpi_win32.h"
 #include "platform/message_box_win32.h"
 #include "platform/modal_win32.h"
@@ -303,15 +304,6 @@ LRESULT CALLBACK DialogProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
   return DefWindowProcW(hwnd, msg, wp, lp);
 }
 
-HWND Control(HWND parent, const wchar_t* cls, const wchar_t* text, DWORD style, int x, int y, int w, int h, int id,
-             HFONT font) {
-  const DWORD ex = (cls == std::wstring(L"Edit")) ? WS_EX_CLIENTEDGE : 0;
-  HWND c = CreateWindowExW(ex, cls, text, WS_CHILD | WS_VISIBLE | style, x, y, w, h, parent,
-                           reinterpret_cast<HMENU>(static_cast<INT_PTR>(id)), GetModuleHandleW(nullptr), nullptr);
-  SendMessageW(c, WM_SETFONT, reinterpret_cast<WPARAM>(font), TRUE);
-  return c;
-}
-
 }  // namespace
 
 void RunBatchDialog(HWND owner) {
@@ -352,9 +344,9 @@ void RunBatchDialog(HWND owner) {
   GetClientRect(d.window, &client);
   const int left = S(14), field = S(170), right = client.right - S(14);
   const int browseWidth = S(84), editWidth = right - browseWidth - S(8) - field;
-  auto label = [&](const wchar_t* text, int y) { Control(d.window, L"Static", text, SS_LEFT, left, y + S(4), field - left - S(6), S(20), -1, font); };
+  auto label = [&](const wchar_t* text, int y) { CreateControl(d.window, L"Static", text, SS_LEFT, left, y + S(4), field - left - S(6), S(20), -1, font); };
   auto combo = [&](int y, int id, auto rows, int chosen) {
-    HWND c = Control(d.window, L"ComboBox", L"", CBS_DROPDOWNLIST | WS_VSCROLL | WS_TABSTOP, field, y, S(250),
+    HWND c = CreateControl(d.window, L"ComboBox", L"", CBS_DROPDOWNLIST | WS_VSCROLL | WS_TABSTOP, field, y, S(250),
                      S(300), id, font);
     for (const auto& row : rows) SendMessageW(c, CB_ADDSTRING, 0, reinterpret_cast<LPARAM>(Wide(row.label).c_str()));
     SendMessageW(c, CB_SETCURSEL, static_cast<WPARAM>(chosen), 0);
@@ -363,17 +355,17 @@ void RunBatchDialog(HWND owner) {
   };
   auto folderRow = [&](const wchar_t* text, int y, int id, int browseId, const std::u16string& value) {
     label(text, y);
-    HWND edit = Control(d.window, L"Edit", Wide(value).c_str(), ES_AUTOHSCROLL | WS_TABSTOP, field, y, editWidth,
+    HWND edit = CreateControl(d.window, L"Edit", Wide(value).c_str(), ES_AUTOHSCROLL | WS_TABSTOP, field, y, editWidth,
                         S(24), id, font);
     SendMessageW(edit, EM_SETLIMITTEXT, 32767, 0);
     d.inputs.push_back(edit);
-    d.inputs.push_back(Control(d.window, L"Button", L"Browse...", PushButtonStyle(false) | WS_TABSTOP,
+    d.inputs.push_back(CreateControl(d.window, L"Button", L"Browse...", PushButtonStyle(false) | WS_TABSTOP,
                                right - browseWidth, y - S(1), browseWidth, S(26), browseId, font));
     return edit;
   };
   auto quality = [&](int y, int id, int value, HWND& labelOut, HWND& spinOut) {
-    labelOut = Control(d.window, L"Static", L"Quality:", SS_LEFT, left + S(16), y + S(4), S(70), S(20), -1, font);
-    HWND edit = Control(d.window, L"Edit", std::to_wstring(value).c_str(), ES_AUTOHSCROLL | WS_TABSTOP,
+    labelOut = CreateControl(d.window, L"Static", L"Quality:", SS_LEFT, left + S(16), y + S(4), S(70), S(20), -1, font);
+    HWND edit = CreateControl(d.window, L"Edit", std::to_wstring(value).c_str(), ES_AUTOHSCROLL | WS_TABSTOP,
                         left + S(90), y, S(56), S(24), id, font);
     spinOut = CreateWindowExW(0, UPDOWN_CLASSW, L"",
                               WS_CHILD | WS_VISIBLE | UDS_SETBUDDYINT | UDS_ALIGNRIGHT | UDS_ARROWKEYS | UDS_NOTHOUSANDS,
@@ -396,20 +388,20 @@ void RunBatchDialog(HWND owner) {
   label(L"Convert to type:", y);
   d.dstFmt = combo(y, kDstFmtId, BatchDestinations(), d.remembered.dstFmt);
   y += S(32);
-  Control(d.window, L"Static", Wide(kBatchOverwriteWarning).c_str(), SS_LEFT, left, y, right - left, S(20), -1, font);
+  CreateControl(d.window, L"Static", Wide(kBatchOverwriteWarning).c_str(), SS_LEFT, left, y, right - left, S(20), -1, font);
   y += S(34);
-  Control(d.window, L"Static", L"Options for the chosen type", SS_LEFT, left, y, S(260), S(20), -1, font);
-  Control(d.window, L"Static", L"", SS_ETCHEDHORZ, left + S(180), y + S(9), right - left - S(180), S(2), -1, font);
+  CreateControl(d.window, L"Static", L"Options for the chosen type", SS_LEFT, left, y, S(260), S(20), -1, font);
+  CreateControl(d.window, L"Static", L"", SS_ETCHEDHORZ, left + S(180), y + S(9), right - left - S(180), S(2), -1, font);
   y += S(26);
   // One place for each destination's options; ShowOptions shows one set.
-  d.png256 = Control(d.window, L"Button", L"Reduce to 256 colors (smaller file, indexed PNG)",
+  d.png256 = CreateControl(d.window, L"Button", L"Reduce to 256 colors (smaller file, indexed PNG)",
                      BS_AUTOCHECKBOX | WS_TABSTOP, left + S(16), y, right - left - S(16), S(24), kPng256Id, font);
   SendMessageW(d.png256, BM_SETCHECK, d.remembered.png256 ? BST_CHECKED : BST_UNCHECKED, 0);
   d.inputs.push_back(d.png256);
   d.jpegQuality = quality(y, kJpegQualityId, d.remembered.jpegQuality, d.jpegLabel, d.jpegSpin);
   d.webpQuality = quality(y, kWebpQualityId, d.remembered.webpQuality, d.webpLabel, d.webpSpin);
-  d.note = Control(d.window, L"Static", L"", SS_LEFT, left + S(16), y + S(4), right - left - S(16), S(40), -1, font);
-  d.lossless = Control(d.window, L"Button", L"Lossless (ignores quality, larger file)", BS_AUTOCHECKBOX | WS_TABSTOP,
+  d.note = CreateControl(d.window, L"Static", L"", SS_LEFT, left + S(16), y + S(4), right - left - S(16), S(40), -1, font);
+  d.lossless = CreateControl(d.window, L"Button", L"Lossless (ignores quality, larger file)", BS_AUTOCHECKBOX | WS_TABSTOP,
                        left + S(16), y + S(32), right - left - S(16), S(24), kLosslessId, font);
   SendMessageW(d.lossless, BM_SETCHECK, d.remembered.webpLossless ? BST_CHECKED : BST_UNCHECKED, 0);
   d.inputs.push_back(d.lossless);
@@ -417,12 +409,12 @@ void RunBatchDialog(HWND owner) {
   d.progress = CreateWindowExW(0, PROGRESS_CLASSW, L"", WS_CHILD | WS_VISIBLE | PBS_SMOOTH, left, y, right - left,
                                S(18), d.window, nullptr, GetModuleHandleW(nullptr), nullptr);
   y += S(26);
-  d.status = Control(d.window, L"Static", L"", SS_LEFT | SS_ENDELLIPSIS | SS_NOPREFIX, left, y, right - left, S(20),
+  d.status = CreateControl(d.window, L"Static", L"", SS_LEFT | SS_ENDELLIPSIS | SS_NOPREFIX, left, y, right - left, S(20),
                      -1, font);
   y += S(34);
-  d.start = Control(d.window, L"Button", L"Start", PushButtonStyle(true) | WS_TABSTOP, right - S(186), y, S(88),
+  d.start = CreateControl(d.window, L"Button", L"Start", PushButtonStyle(true) | WS_TABSTOP, right - S(186), y, S(88),
                     S(28), IDOK, font);
-  Control(d.window, L"Button", L"Close", PushButtonStyle(false) | WS_TABSTOP, right - S(88), y, S(88), S(28),
+  CreateControl(d.window, L"Button", L"Close", PushButtonStyle(false) | WS_TABSTOP, right - S(88), y, S(88), S(28),
           IDCANCEL, font);
   const int extra = (y + S(44)) - client.bottom;
   SetWindowPos(d.window, nullptr, 0, 0, width, height + extra, SWP_NOMOVE | SWP_NOZORDER);

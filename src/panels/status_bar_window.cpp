@@ -11,6 +11,7 @@
 #include "document/composite.h"
 #include "panels/status_bar_window.h"
 #include "panels/status_text.h"
+#include "platform/dialog_win32.h"
 #include "platform/dpi_win32.h"
 #include "tools/canvas.h"
 
@@ -126,15 +127,8 @@ LRESULT CALLBACK StatusProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
     // The text is worked out when asked for, as the painting is.
     case WM_GETTEXTLENGTH:
       return static_cast<LRESULT>(WindowText().size());
-    case WM_GETTEXT: {
-      if (wp == 0) return 0;
-      const std::wstring text = WindowText();
-      const std::size_t n = std::min<std::size_t>(text.size(), wp - 1);
-      auto* out = reinterpret_cast<wchar_t*>(lp);
-      std::copy_n(text.c_str(), n, out);
-      out[n] = L'\0';
-      return static_cast<LRESULT>(n);
-    }
+    case WM_GETTEXT:
+      return AnswerGetText(WindowText(), wp, lp);
     case WM_DESTROY:
       if (g_status.canvas) SetCanvasViewListener(g_status.canvas, nullptr, nullptr);
       g_status.canvas = nullptr;

@@ -12,6 +12,7 @@
 #include "panels/tab_order.h"
 #include "panels/tabs_bar.h"
 #include "panels/tabs_bar_window.h"
+#include "platform/dialog_win32.h"
 #include "platform/dpi_win32.h"
 #include "platform/message_box_win32.h"
 #include "platform/modal_win32.h"
@@ -413,15 +414,8 @@ LRESULT CALLBACK BarProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
       return 0;
     case WM_GETTEXTLENGTH:
       return static_cast<LRESULT>(WindowText().size());
-    case WM_GETTEXT: {
-      if (wp == 0) return 0;
-      const std::wstring text = WindowText();
-      const std::size_t n = std::min<std::size_t>(text.size(), wp - 1);
-      auto* out = reinterpret_cast<wchar_t*>(lp);
-      std::copy_n(text.c_str(), n, out);
-      out[n] = L'\0';
-      return static_cast<LRESULT>(n);
-    }
+    case WM_GETTEXT:
+      return AnswerGetText(WindowText(), wp, lp);
     case WM_MOUSEWHEEL:
       if (g_bar.strip.arrows)
         ScrollBy(hwnd, -GET_WHEEL_DELTA_WPARAM(wp) * TabScrollStep(Scale(hwnd)) / WHEEL_DELTA);

@@ -2,6 +2,7 @@
 
 #include <commdlg.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "platform/message_box_win32.h"
@@ -258,6 +259,24 @@ bool ChooseColorDialog(HWND owner, uint32_t& color) {
   color = 0xFF000000u | (uint32_t{GetRValue(cc.rgbResult)} << 16) |
           (uint32_t{GetGValue(cc.rgbResult)} << 8) | GetBValue(cc.rgbResult);
   return true;
+}
+
+HWND CreateControl(HWND parent, const wchar_t* cls, const std::wstring& text, DWORD style, int x, int y, int w, int h,
+                   int id, HFONT font) {
+  const DWORD ex = std::wstring(cls) == L"Edit" ? WS_EX_CLIENTEDGE : 0;
+  HWND c = CreateWindowExW(ex, cls, text.c_str(), WS_CHILD | WS_VISIBLE | style, x, y, w, h, parent,
+                           reinterpret_cast<HMENU>(static_cast<INT_PTR>(id)), GetModuleHandleW(nullptr), nullptr);
+  SendMessageW(c, WM_SETFONT, reinterpret_cast<WPARAM>(font), TRUE);
+  return c;
+}
+
+LRESULT AnswerGetText(const std::wstring& text, WPARAM size, LPARAM buffer) {
+  if (size == 0) return 0;
+  const std::size_t n = std::min<std::size_t>(text.size(), size - 1);
+  auto* out = reinterpret_cast<wchar_t*>(buffer);
+  std::copy_n(text.c_str(), n, out);
+  out[n] = L'\0';
+  return static_cast<LRESULT>(n);
 }
 
 }  // namespace tavora

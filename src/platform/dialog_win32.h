@@ -36,4 +36,12 @@ bool RunFieldDialog(HWND owner, const std::wstring& title, std::vector<DialogFie
 // chosen colour, opaque, replaces it. The custom colours last the session.
 bool ChooseColorDialog(HWND owner, uint32_t& color);
 
+// A child control of our hand-built dialogs, in `font`; edit boxes get the
+// sunken edge.
+HWND CreateControl(HWND parent, const wchar_t* cls, const std::wstring& text, DWORD style, int x, int y, int w, int h,
+                   int id, HFONT font);
+// The answer to WM_GETTEXT for windows that work their text out when asked
+// (panels read by tests and screen readers): copies `text` into the buffer.
+LRESULT AnswerGetText(const std::wstring& text, WPARAM size, LPARAM buffer);
+
 }  // namespace tavora

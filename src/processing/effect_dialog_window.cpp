@@ -516,15 +516,6 @@ LRESULT CALLBACK DialogProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
   return DefWindowProcW(hwnd, msg, wp, lp);
 }
 
-HWND Control(HWND parent, const wchar_t* cls, const std::wstring& text, DWORD style, int x, int y,
-             int w, int h, int id, HFONT font) {
-  HWND c = CreateWindowExW(cls == std::wstring(L"Edit") ? WS_EX_CLIENTEDGE : 0, cls, text.c_str(),
-                           WS_CHILD | WS_VISIBLE | style, x, y, w, h, parent,
-                           reinterpret_cast<HMENU>(static_cast<INT_PTR>(id)), GetModuleHandleW(nullptr), nullptr);
-  SendMessageW(c, WM_SETFONT, reinterpret_cast<WPARAM>(font), TRUE);
-  return c;
-}
-
 void RegisterClasses() {
   static bool registered = false;
   if (registered) return;
@@ -591,12 +582,12 @@ bool RunEffectDialog(HWND owner, Document& doc, const EffectDef& def, uint32_t p
     const double value = d.flare && i < 2 ? flareStart.rows[i]
                                           : ParseRemembered(AppSettings().GetString(section, Key(int(i) + 1)), row)
                                                 .value_or(row.fallback);
-    Control(d.window, L"Static", Wide(row.label), SS_LEFT, S(14), y + S(3), S(140), S(20), -1, font);
-    d.edits.push_back(Control(d.window, L"Edit", Format(value, row.decimals), ES_AUTOHSCROLL | WS_TABSTOP,
+    CreateControl(d.window, L"Static", Wide(row.label), SS_LEFT, S(14), y + S(3), S(140), S(20), -1, font);
+    d.edits.push_back(CreateControl(d.window, L"Edit", Format(value, row.decimals), ES_AUTOHSCROLL | WS_TABSTOP,
                               S(158), y, S(70), S(24), kRowId + static_cast<int>(i), font));
     HWND slider = nullptr;
     if (row.kind != RowKind::Edit) {
-      slider = Control(d.window, TRACKBAR_CLASSW, L"", TBS_HORZ | TBS_NOTICKS | WS_TABSTOP, S(236), y,
+      slider = CreateControl(d.window, TRACKBAR_CLASSW, L"", TBS_HORZ | TBS_NOTICKS | WS_TABSTOP, S(236), y,
                        S(190), S(26), kSliderId + static_cast<int>(i), font);
       SendMessageW(slider, TBM_SETRANGEMIN, FALSE, 0);
       SendMessageW(slider, TBM_SETRANGEMAX, FALSE, SliderSteps(row));
@@ -612,21 +603,21 @@ bool RunEffectDialog(HWND owner, Document& doc, const EffectDef& def, uint32_t p
     for (int i = 0; i < 2; ++i) {
       d.colors[i] = ParseRememberedColor(AppSettings().GetString(section, Key(kColor1Id + i))).value_or(d.panel[i]);
       const int x = i == 0 ? S(14) : S(236);
-      Control(d.window, L"Static", Wide(i == 0 ? def.color1Label : def.color2Label), SS_LEFT, x, y + S(3),
+      CreateControl(d.window, L"Static", Wide(i == 0 ? def.color1Label : def.color2Label), SS_LEFT, x, y + S(3),
               S(80), S(20), -1, font);
-      d.colorButtons[i] = Control(d.window, L"Button", L"", BS_OWNERDRAW | WS_TABSTOP, x + S(84), y,
+      d.colorButtons[i] = CreateControl(d.window, L"Button", L"", BS_OWNERDRAW | WS_TABSTOP, x + S(84), y,
                                   S(70), S(24), kColor1Id + i, font);
     }
     y += S(30);
-    Control(d.window, L"Button", L"Use primary && secondary", PushButtonStyle(false) | WS_TABSTOP, S(14), y,
+    CreateControl(d.window, L"Button", L"Use primary && secondary", PushButtonStyle(false) | WS_TABSTOP, S(14), y,
             S(200), S(26), kPanelColorsId, font);
-    Control(d.window, L"Button", L"Swap colors", PushButtonStyle(false) | WS_TABSTOP, S(236), y, S(154), S(26),
+    CreateControl(d.window, L"Button", L"Swap colors", PushButtonStyle(false) | WS_TABSTOP, S(236), y, S(154), S(26),
             kSwapColorsId, font);
     y += S(30);
   }
   if (!def.choices.empty()) {
-    Control(d.window, L"Static", Wide(def.choiceLabel), SS_LEFT, S(14), y + S(3), S(140), S(20), -1, font);
-    d.choice = Control(d.window, L"ComboBox", L"", CBS_DROPDOWNLIST | WS_TABSTOP | WS_VSCROLL, S(158), y,
+    CreateControl(d.window, L"Static", Wide(def.choiceLabel), SS_LEFT, S(14), y + S(3), S(140), S(20), -1, font);
+    d.choice = CreateControl(d.window, L"ComboBox", L"", CBS_DROPDOWNLIST | WS_TABSTOP | WS_VSCROLL, S(158), y,
                        S(150), S(200), kChoiceId, font);
     for (auto c : def.choices) SendMessageW(d.choice, CB_ADDSTRING, 0, reinterpret_cast<LPARAM>(Wide(c).c_str()));
     const int32_t last = static_cast<int32_t>(def.choices.size()) - 1;
@@ -635,7 +626,7 @@ bool RunEffectDialog(HWND owner, Document& doc, const EffectDef& def, uint32_t p
     y += S(30);
   }
   if (!def.optionLabel.empty()) {
-    d.option = Control(d.window, L"Button", Wide(def.optionLabel), BS_AUTOCHECKBOX | WS_TABSTOP, S(14), y,
+    d.option = CreateControl(d.window, L"Button", Wide(def.optionLabel), BS_AUTOCHECKBOX | WS_TABSTOP, S(14), y,
                        S(400), S(24), kOptionId, font);
     const int32_t stored = ParseRememberedIndex(AppSettings().GetString(section, Key(kOptionId)), 1).value_or(0);
     SendMessageW(d.option, BM_SETCHECK, stored == 1 ? BST_CHECKED : BST_UNCHECKED, 0);
@@ -646,7 +637,7 @@ bool RunEffectDialog(HWND owner, Document& doc, const EffectDef& def, uint32_t p
     d.thumb = FitThumbnail(target.Width(), target.Height(), S(240));
     d.thumbPixels.assign(std::size_t(d.thumb.width) * std::size_t(d.thumb.height), 0);
     d.crossArm = S(6);
-    Control(d.window, L"Static", L"Click the picture to place the flare:", SS_LEFT, rowsWidth, S(14), S(240), S(20),
+    CreateControl(d.window, L"Static", L"Click the picture to place the flare:", SS_LEFT, rowsWidth, S(14), S(240), S(20),
             -1, font);
     const int top = S(38);
     d.thumbnail = CreateWindowExW(0, L"KZThumb", L"", WS_CHILD | WS_VISIBLE | WS_BORDER,
@@ -656,18 +647,18 @@ bool RunEffectDialog(HWND owner, Document& doc, const EffectDef& def, uint32_t p
     RefreshThumbnail(d);
     y = std::max(y, top + d.thumb.height + S(2));
   }
-  d.preview = Control(d.window, L"Button", L"Live preview", BS_AUTOCHECKBOX | WS_TABSTOP, S(14), y + S(6),
+  d.preview = CreateControl(d.window, L"Button", L"Live preview", BS_AUTOCHECKBOX | WS_TABSTOP, S(14), y + S(6),
                       S(200), S(24), kPreviewId, font);
   const bool live = ParseRememberedIndex(AppSettings().GetString(section, Key(kPreviewId)), 1)
                         .value_or(def.livePreview ? 1 : 0) == 1;
   SendMessageW(d.preview, BM_SETCHECK, live ? BST_CHECKED : BST_UNCHECKED, 0);
-  Control(d.window, L"Button", L"Apply", PushButtonStyle(true) | WS_TABSTOP, width - S(200), y + S(4), S(88),
+  CreateControl(d.window, L"Button", L"Apply", PushButtonStyle(true) | WS_TABSTOP, width - S(200), y + S(4), S(88),
           S(28), IDOK, font);
-  Control(d.window, L"Button", L"Cancel", PushButtonStyle(false) | WS_TABSTOP, width - S(104), y + S(4), S(88),
+  CreateControl(d.window, L"Button", L"Cancel", PushButtonStyle(false) | WS_TABSTOP, width - S(104), y + S(4), S(88),
           S(28), IDCANCEL, font);
   // The progress of a job that takes a while, under the buttons.
-  d.barText = Control(d.window, L"Static", L"", SS_LEFT, S(14), y + S(40), S(140), S(20), kBarTextId, font);
-  d.bar = Control(d.window, PROGRESS_CLASSW, L"", 0, S(158), y + S(42), width - S(172), S(14), kBarId, font);
+  d.barText = CreateControl(d.window, L"Static", L"", SS_LEFT, S(14), y + S(40), S(140), S(20), kBarTextId, font);
+  d.bar = CreateControl(d.window, PROGRESS_CLASSW, L"", 0, S(158), y + S(42), width - S(172), S(14), kBarId, font);
   SendMessageW(d.bar, PBM_SETRANGE32, 0, 1000);
   ShowProgress(d, false);
   RECT client;

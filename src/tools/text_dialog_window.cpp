@@ -169,15 +169,6 @@ LRESULT CALLBACK DialogProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
   return DefWindowProcW(hwnd, msg, wp, lp);
 }
 
-HWND Control(HWND parent, const wchar_t* cls, const std::wstring& text, DWORD style, int x, int y, int w, int h,
-             int id, HFONT font) {
-  const DWORD ex = (cls == std::wstring(L"Edit")) ? WS_EX_CLIENTEDGE : 0;
-  HWND c = CreateWindowExW(ex, cls, text.c_str(), WS_CHILD | WS_VISIBLE | style, x, y, w, h, parent,
-                           reinterpret_cast<HMENU>(static_cast<INT_PTR>(id)), GetModuleHandleW(nullptr), nullptr);
-  SendMessageW(c, WM_SETFONT, reinterpret_cast<WPARAM>(font), TRUE);
-  return c;
-}
-
 void FillFonts(HWND combo, const std::u16string& current) {
   std::vector<std::u16string> families;
   if (const SystemDrawing* drawing = CurrentSystemDrawing(); drawing && drawing->fontFamilies)
@@ -231,38 +222,38 @@ bool RunTextDialog(HWND owner, TextValues& values, TextPreviewCallback preview, 
   GetClientRect(d.window, &client);
   const int inner = client.right - S(28);
   int y = S(12);
-  Control(d.window, L"Static", L"&Text:", SS_LEFT, S(14), y, inner, S(18), -1, font);
+  CreateControl(d.window, L"Static", L"&Text:", SS_LEFT, S(14), y, inner, S(18), -1, font);
   y += S(20);
-  d.text = Control(d.window, L"Edit", ForEditBox(values.text),
+  d.text = CreateControl(d.window, L"Edit", ForEditBox(values.text),
                    ES_MULTILINE | ES_WANTRETURN | ES_AUTOVSCROLL | WS_VSCROLL | WS_TABSTOP, S(14), y, inner, S(110),
                    kTextId, font);
   // Room for every line break as "\r\n"; the length is checked on OK.
   SendMessageW(d.text, EM_SETLIMITTEXT, 2 * TextRecord::kMaxText, 0);
   y += S(122);
-  Control(d.window, L"Static", L"&Font:", SS_LEFT, S(14), y + S(3), S(50), S(20), -1, font);
-  d.font = Control(d.window, L"ComboBox", L"", CBS_DROPDOWN | CBS_AUTOHSCROLL | WS_VSCROLL | WS_TABSTOP, S(66), y,
+  CreateControl(d.window, L"Static", L"&Font:", SS_LEFT, S(14), y + S(3), S(50), S(20), -1, font);
+  d.font = CreateControl(d.window, L"ComboBox", L"", CBS_DROPDOWN | CBS_AUTOHSCROLL | WS_VSCROLL | WS_TABSTOP, S(66), y,
                    S(220), S(260), kFontId, font);
   SendMessageW(d.font, CB_LIMITTEXT, TextRecord::kMaxFontName, 0);
   FillFonts(d.font, values.fontName);
-  Control(d.window, L"Static", L"&Size:", SS_LEFT, S(300), y + S(3), S(40), S(20), -1, font);
-  d.size = Control(d.window, L"Edit", std::to_wstring(values.fontSize), ES_AUTOHSCROLL | WS_TABSTOP, S(342), y,
+  CreateControl(d.window, L"Static", L"&Size:", SS_LEFT, S(300), y + S(3), S(40), S(20), -1, font);
+  d.size = CreateControl(d.window, L"Edit", std::to_wstring(values.fontSize), ES_AUTOHSCROLL | WS_TABSTOP, S(342), y,
                    S(64), S(24), kSizeId, font);
-  Control(d.window, L"Static", L"px", SS_LEFT, S(412), y + S(3), S(30), S(20), -1, font);
+  CreateControl(d.window, L"Static", L"px", SS_LEFT, S(412), y + S(3), S(30), S(20), -1, font);
   y += S(36);
-  d.bold = Control(d.window, L"Button", L"&Bold", BS_AUTOCHECKBOX | WS_TABSTOP, S(14), y, S(80), S(24), kBoldId, font);
+  d.bold = CreateControl(d.window, L"Button", L"&Bold", BS_AUTOCHECKBOX | WS_TABSTOP, S(14), y, S(80), S(24), kBoldId, font);
   d.italic =
-      Control(d.window, L"Button", L"&Italic", BS_AUTOCHECKBOX | WS_TABSTOP, S(100), y, S(80), S(24), kItalicId, font);
-  d.underline = Control(d.window, L"Button", L"&Underline", BS_AUTOCHECKBOX | WS_TABSTOP, S(186), y, S(100), S(24),
+      CreateControl(d.window, L"Button", L"&Italic", BS_AUTOCHECKBOX | WS_TABSTOP, S(100), y, S(80), S(24), kItalicId, font);
+  d.underline = CreateControl(d.window, L"Button", L"&Underline", BS_AUTOCHECKBOX | WS_TABSTOP, S(186), y, S(100), S(24),
                         kUnderlineId, font);
   SendMessageW(d.bold, BM_SETCHECK, values.bold ? BST_CHECKED : BST_UNCHECKED, 0);
   SendMessageW(d.italic, BM_SETCHECK, values.italic ? BST_CHECKED : BST_UNCHECKED, 0);
   SendMessageW(d.underline, BM_SETCHECK, values.underline ? BST_CHECKED : BST_UNCHECKED, 0);
-  Control(d.window, L"Static", L"&Color:", SS_LEFT, S(300), y + S(3), S(50), S(20), -1, font);
-  d.color = Control(d.window, L"Button", L"", BS_OWNERDRAW | WS_TABSTOP, S(352), y, S(70), S(24), kColorId, font);
+  CreateControl(d.window, L"Static", L"&Color:", SS_LEFT, S(300), y + S(3), S(50), S(20), -1, font);
+  d.color = CreateControl(d.window, L"Button", L"", BS_OWNERDRAW | WS_TABSTOP, S(352), y, S(70), S(24), kColorId, font);
   y += S(40);
-  Control(d.window, L"Button", L"OK", PushButtonStyle(true) | WS_TABSTOP, client.right - S(200), y, S(88), S(28), IDOK,
+  CreateControl(d.window, L"Button", L"OK", PushButtonStyle(true) | WS_TABSTOP, client.right - S(200), y, S(88), S(28), IDOK,
           font);
-  Control(d.window, L"Button", L"Cancel", PushButtonStyle(false) | WS_TABSTOP, client.right - S(104), y, S(88), S(28),
+  CreateControl(d.window, L"Button", L"Cancel", PushButtonStyle(false) | WS_TABSTOP, client.right - S(104), y, S(88), S(28),
           IDCANCEL, font);
   const int extra = (y + S(44)) - client.bottom;
   SetWindowPos(d.window, nullptr, 0, 0, width, height + extra, SWP_NOMOVE | SWP_NOZORDER);
