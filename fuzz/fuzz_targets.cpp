@@ -6,6 +6,7 @@
 #include "base/ini_file.h"
 #include "formats/byte_input.h"
 #include "formats/clipboard_data.h"
+#include "formats/jpeg_dc_decode.h"
 #include "formats/layered_format.h"
 #include "formats/psd_reader.h"
 #include "formats/radiance_hdr.h"
@@ -89,6 +90,22 @@ bool ClipboardDib(const uint8_t* data, std::size_t size) {
   const auto again = ParseDibV5(BuildDibV5(*picture, 96));
   return again && again->Width() == picture->Width() && again->Height() == picture->Height() &&
          std::memcmp(again->Data(), picture->Data(), picture->PixelCount() * 4) == 0;
+}
+
+}  // namespace tavora::fuzz
+
+namespace tavora::fuzz {
+
+bool JpegDc(const uint8_t* data, std::size_t size) {
+  // The Browse tab's fast path on any file named .jpg: what decodes has an
+  // eighth of the size it claims, rounded up, and is opaque.
+  const auto image = DecodeJpegDc({data, size});
+  if (!image) return true;
+  if (image->pixels.Width() != (image->width + 7) / 8 || image->pixels.Height() != (image->height + 7) / 8)
+    return false;
+  for (std::size_t i = 0; i < image->pixels.PixelCount(); ++i)
+    if (image->pixels.Data()[i] >> 24 != 255) return false;
+  return true;
 }
 
 }  // namespace tavora::fuzz

@@ -20,12 +20,14 @@ bool RadianceHdr(const uint8_t* data, std::size_t size);
 bool IniFile(const uint8_t* data, std::size_t size);
 bool Webp(const uint8_t* data, std::size_t size);
 bool ClipboardDib(const uint8_t* data, std::size_t size);
+bool JpegDc(const uint8_t* data, std::size_t size);
 
 inline constexpr Target kTargets[] = {{"layered_format", &LayeredFormat},
                                       {"psd", &Psd},
                                       {"radiance_hdr", &RadianceHdr},
                                       {"ini_file", &IniFile},
                                       {"webp", &Webp},
-                                      {"clipboard_dib", &ClipboardDib}};
+                                      {"clipboard_dib", &ClipboardDib},
+                                      {"jpeg_dc", &JpegDc}};
 
 }  // namespace tavora::fuzz

@@ -138,7 +138,7 @@ static_assert(std::size(kAccelerators) == 45);
 constexpr int32_t kLanded[] = {
     kCmdExit, kCmdUndo, kCmdRedo, kCmdFlattenImage, kCmdFlattenLayers, kCmdAbout,
     kCmdThemeSystem, kCmdThemeLight, kCmdThemeDark,
-    kCmdNew, kCmdOpen, kCmdSave, kCmdSaveAs, kCmdClose,
+    kCmdNew, kCmdOpen, kCmdBrowseFolder, kCmdSave, kCmdSaveAs, kCmdClose, kCmdStartBrowse,
     kCmdZoomIn, kCmdZoomOut, kCmdFit, kCmdZoom100, kCmdActualPixels, kCmdSmooth, kCmdGrid,
     kCmdHistory, kCmdSettings,
     kCmdGrayscale, kCmdSepia, kCmdInvert, kCmdAutoTone, kCmdAutoContrast, kCmdAutoColor,

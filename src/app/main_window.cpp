@@ -61,6 +61,7 @@
 #include "panels/tab_order.h"
 #include "panels/tabs_bar_window.h"
 #include "panels/toolbox.h"
+#include "browse/browse_window.h"
 #include "tools/canvas.h"
 #include "tools/canvas_view.h"
 #include "tools/selection.h"
@@ -92,6 +93,7 @@ struct Shell {
   std::vector<std::unique_ptr<Document>> documents;
   int32_t activeTab = -1;
   bool browseOpen = false;
+  HWND browse = nullptr;  // the Browse tab's host, shown in the canvas's place
   HWND canvas = nullptr;
   HWND history = nullptr;
   HWND layers = nullptr;
@@ -117,6 +119,9 @@ Document* ActiveDocument() {
              ? g.documents[g.activeTab].get()
              : nullptr;
 }
+
+// The Browse tab is the active one while it is open and no document is.
+bool BrowseActive() { return g.browseOpen && !ActiveDocument(); }
 
 // F1's page: the current tool's.
 std::u16string HelpTopic() {
@@ -192,6 +197,8 @@ void RefreshMenus() {
   CheckMenuItem(g.menuBar, kCmdSmooth, MF_BYCOMMAND | (g.view.smooth ? MF_CHECKED : MF_UNCHECKED));
   CheckMenuItem(g.menuBar, kCmdGrid, MF_BYCOMMAND | (g.view.grid ? MF_CHECKED : MF_UNCHECKED));
   CheckMenuItem(g.menuBar, kCmdRuler, MF_BYCOMMAND | (RulersShown() ? MF_CHECKED : MF_UNCHECKED));
+  CheckMenuItem(g.menuBar, kCmdStartBrowse,
+                MF_BYCOMMAND | (AppSettings().GetInt(u"View", u"StartBrowse", 1) ? MF_CHECKED : MF_UNCHECKED));
   CheckMenuRadioItem(g.menuBar, kCmdThemeSystem, kCmdThemeDark,
                      kCmdThemeSystem + static_cast<int32_t>(g.view.theme), MF_BYCOMMAND);
   // Open Recent lists the recent files; empty, it is greyed.
@@ -271,6 +278,7 @@ void ApplyTheme() {
   ManualThemeChanged();
   if (g.tabs) SetTabsBarTheme(g.tabs, g.dark);
   if (g.status) SetStatusBarTheme(g.status, g.dark);
+  SetBrowseTheme(g.browse, g.dark);
 }
 
 // ---------------------------------------------------------------- documents
@@ -884,6 +892,35 @@ FullViewTabs ViewTabs() {
           nullptr};
 }
 
+// ---------------------------------------------------------------- browse
+
+// Opens the Browse tab and makes it the active one: on `folder`, or, when
+// empty, where it was (or where it starts when it was closed).
+void OpenBrowse(const std::filesystem::path& folder) {
+  const bool wasOpen = g.browseOpen;
+  g.browseOpen = true;
+  g.activeTab = -1;
+  ShowActive();
+  if (!folder.empty() || !wasOpen) ShowBrowseFolder(g.browse, folder);
+  FocusBrowse(g.browse);
+}
+
+void CloseBrowseTab() {
+  if (!g.browseOpen) return;
+  const bool wasActive = BrowseActive();
+  g.browseOpen = false;
+  CloseBrowse(g.browse);
+  if (wasActive && !g.documents.empty()) g.activeTab = 0;
+  ShowActive();
+}
+
+bool OpenFromBrowse(const std::filesystem::path& path) {
+  const bool opened = OpenImageFile(path);
+  if (opened && g.canvas) SetFocus(g.canvas);
+  RefreshMenus();
+  return opened;
+}
+
 // ---------------------------------------------------------------- commands
 
 void RunCommand(int32_t id) {
@@ -935,6 +972,12 @@ void RunCommand(int32_t id) {
       break;
     case kCmdOpen:
       ShowOpenDialog();
+      break;
+    case kCmdBrowseFolder:
+      OpenBrowse({});
+      break;
+    case kCmdStartBrowse:
+      AppSettings().SetInt(u"View", u"StartBrowse", AppSettings().GetInt(u"View", u"StartBrowse", 1) ? 0 : 1);
       break;
     case kCmdSave:
     case kCmdSaveAs:
@@ -1106,12 +1149,22 @@ void RunCommand(int32_t id) {
 // ---------------------------------------------------------------- tabs bar
 
 void ActivateFromTabsBar(int32_t document) {
-  // The Browse tab is not part of the program yet.
+  if (document == kBrowseTab && g.browseOpen) {
+    if (BrowseActive()) return;
+    g.activeTab = -1;
+    ShowActive();
+    FocusBrowse(g.browse);
+    return;
+  }
   if (document < 0 || document >= static_cast<int32_t>(g.documents.size()) || document == g.activeTab) return;
   g.activeTab = document;
   ShowActive();
 }
 bool CloseFromTabsBar(int32_t document) {
+  if (document == kBrowseTab) {
+    CloseBrowseTab();
+    return true;
+  }
   const std::size_t before = g.documents.size();
   CloseTab(document);
   return g.documents.size() < before;
@@ -1171,6 +1224,16 @@ void LayoutChildren() {
   const int tabsHeight = g.tabs ? std::min(TabsBarHeight(g.dpi), below) : 0;
   if (g.tabs) MoveWindow(g.tabs, tools, top, std::max(0, width - panel - tools), tabsHeight, TRUE);
   if (g.canvas) PlaceCanvas(g.canvas, PlaceRulers({tools, top + tabsHeight, std::max(tools, width - panel), height}));
+  // The Browse tab takes the canvas's place, rulers included.
+  if (g.browse) {
+    const bool browsing = BrowseActive();
+    if (browsing) {
+      SetWindowPos(g.browse, HWND_TOP, tools, top + tabsHeight, std::max(0, width - panel - tools),
+                   std::max(0, height - top - tabsHeight), SWP_SHOWWINDOW);
+    } else {
+      ShowWindow(g.browse, SW_HIDE);
+    }
+  }
 }
 
 void PaintClient(HWND hwnd) {
@@ -1221,7 +1284,8 @@ LRESULT CALLBACK MainProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
       if (HIWORD(wp) == 0 || HIWORD(wp) == 1) RunCommand(LOWORD(wp));
       return 0;
     case WM_SETFOCUS:
-      if (g.canvas) SetFocus(g.canvas);
+      if (BrowseActive()) FocusBrowse(g.browse);
+      else if (g.canvas) SetFocus(g.canvas);
       return 0;
     case WM_INITMENUPOPUP:
       RefreshMenus();
@@ -1335,6 +1399,8 @@ int MessageLoop() {
       HWND under = WindowFromPoint(msg.pt);
       if (under && under != msg.hwnd && IsChild(g.main, under)) msg.hwnd = under;
     }
+    // The Browse tab's own keys (arrows, Enter, Delete, F5, Alt+arrows) come first.
+    if (BrowseKeyDown(g.browse, msg)) continue;
     if (msg.message == WM_KEYDOWN || msg.message == WM_SYSKEYDOWN) {
       HWND focus = GetFocus();
       wchar_t cls[64] = {};
@@ -1394,6 +1460,7 @@ int RunTavora(HINSTANCE instance, int showFlag) {
   RegisterOptionsBarClass(instance);
   RegisterTabsBarClass(instance);
   RegisterStatusBarClass(instance);
+  RegisterBrowseClasses(instance);
   const WindowPlacement placement = LoadWindowPlacement(AppSettings(), g.scale);
   g.menuBar = CreateMenu();
   BuildMenu(g.menuBar, MenuBar());
@@ -1420,6 +1487,8 @@ int RunTavora(HINSTANCE instance, int showFlag) {
   SetOptionsBarFinish(&FinishToolFromBar);
   g.tabs = CreateTabsBar(g.main, instance, {&ActivateFromTabsBar, &CloseFromTabsBar, &ReorderFromTabsBar});
   g.status = CreateStatusBar(g.main, instance, g.canvas);
+  g.browse = CreateBrowseHost(g.main, instance, {&OpenFromBrowse});
+  SetBrowseTheme(g.browse, g.dark);
   SetTabsBarTheme(g.tabs, g.dark);
   SetStatusBarTheme(g.status, g.dark);
   SetCanvasTools(g.canvas, &g.tools, &g.input, &PickedColorsChanged);
@@ -1444,16 +1513,19 @@ int RunTavora(HINSTANCE instance, int showFlag) {
     SetWindowPos(g.splash, HWND_TOPMOST, 0, 0, 0, 0, kKeep);
   }
 
-  // Files named on the command line open in order; folders belong to the
-  // Browse tab, which is not part of the program yet; anything else is ignored.
+  // The command line in order: folders open in Browse, files as documents,
+  // anything else is ignored.
   int argc = 0;
   if (LPWSTR* argv = CommandLineToArgvW(GetCommandLineW(), &argc)) {
     for (int i = 1; i < argc; ++i) {
       std::error_code ec;
-      if (std::filesystem::is_regular_file(argv[i], ec)) OpenImageFile(argv[i]);
+      if (std::filesystem::is_directory(argv[i], ec)) OpenBrowse(argv[i]);
+      else if (std::filesystem::is_regular_file(argv[i], ec)) OpenImageFile(argv[i]);
     }
     LocalFree(argv);
   }
+  if (g.documents.empty() && !g.browseOpen && AppSettings().GetInt(u"View", u"StartBrowse", 1) != 0)
+    OpenBrowse({});
 
   RefreshMenus();
   const DWORD shown = GetTickCount() - splashShown;
@@ -1470,6 +1542,8 @@ int RunTavora(HINSTANCE instance, int showFlag) {
   for (auto& doc : g.documents) g.input.Forget(*doc);
   g.shown = nullptr;
   g.documents.clear();
+  // The loading threads decode through the codecs: they stop first.
+  CloseBrowse(g.browse);
   SetDocumentObserver(nullptr);
   SetSystemCodec(nullptr);
   SetSystemDrawing(nullptr);

@@ -92,14 +92,14 @@ TEST(CommandAvailability, FollowsTheDocumentLayersSelectionAndWhatHasLanded) {
       {"layer transform in progress",
        {.documentOpen = true, .canUndo = true, .layerCount = 3, .modalToolOperation = true},
        {kCmdExit}, {kCmdUndo, kCmdFlattenImage}},
-      // Those without a handler yet must not look usable.
+      // With everything in place every command is usable.
       {"everything",
        {.documentOpen = true, .canUndo = true, .canRedo = true, .hasSelection = true,
         .layerCount = 5, .activeLayer = 2, .upscaylConfigured = true,
         .photoshopConfigured = true, .documentSaved = true},
        {kCmdBatch, kCmdPrint, kCmdResizeLayer, kCmdCropToSelection, kCmdClear, kCmdCut, kCmdPaste,
-        kCmdPhotoshop, kCmdCaptureScreen, kCmdSlideshow, kCmdRuler},
-       {kCmdBrowseFolder}},
+        kCmdPhotoshop, kCmdCaptureScreen, kCmdSlideshow, kCmdRuler, kCmdBrowseFolder, kCmdStartBrowse},
+       {}},
       // The outside programs need their path set and a saved file they take.
       {"saved JPEG", {.documentOpen = true, .layerCount = 1, .upscaylConfigured = true,
                       .photoshopConfigured = true, .documentSaved = true, .upscaylFile = true},
