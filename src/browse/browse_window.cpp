@@ -15,6 +15,7 @@
 #include "browse/browse_model.h"
 #include "browse/thumbnail_loader_win32.h"
 #include "formats/file_formats.h"
+#include "platform/buffered_paint_win32.h"
 #include "platform/dpi_win32.h"
 #include "platform/message_box_win32.h"
 #include "platform/theme_win32.h"
@@ -254,13 +255,9 @@ void DrawFolderIcon(HDC dc, const RECT& box) {
 }
 
 void PaintGrid(HWND hwnd) {
-  PAINTSTRUCT ps;
-  HDC target = BeginPaint(hwnd, &ps);
-  RECT client;
-  GetClientRect(hwnd, &client);
-  HDC dc = CreateCompatibleDC(target);
-  HBITMAP bitmap = CreateCompatibleBitmap(target, std::max<LONG>(1, client.right), std::max<LONG>(1, client.bottom));
-  HGDIOBJ oldBitmap = SelectObject(dc, bitmap);
+  BufferedPaint paint(hwnd);
+  const HDC dc = paint.Dc();
+  RECT client = paint.Client();
   HGDIOBJ oldFont = SelectObject(dc, g_browse.font);
   Fill(dc, client, Background());
   SetBkMode(dc, TRANSPARENT);
@@ -300,12 +297,7 @@ void PaintGrid(HWND hwnd) {
     const std::wstring name = Wide(e.name);
     DrawTextW(dc, name.c_str(), -1, &label, DT_CENTER | DT_SINGLELINE | DT_END_ELLIPSIS | DT_NOPREFIX);
   }
-  BitBlt(target, 0, 0, client.right, client.bottom, dc, 0, 0, SRCCOPY);
   SelectObject(dc, oldFont);
-  SelectObject(dc, oldBitmap);
-  DeleteObject(bitmap);
-  DeleteDC(dc);
-  EndPaint(hwnd, &ps);
 }
 
 // ---------------------------------------------------------------- folders
@@ -552,13 +544,9 @@ LRESULT TreeNotify(const NMHDR& header) {
 // ---------------------------------------------------------------- preview
 
 void PaintPreview(HWND hwnd) {
-  PAINTSTRUCT ps;
-  HDC target = BeginPaint(hwnd, &ps);
-  RECT client;
-  GetClientRect(hwnd, &client);
-  HDC dc = CreateCompatibleDC(target);
-  HBITMAP bitmap = CreateCompatibleBitmap(target, std::max<LONG>(1, client.right), std::max<LONG>(1, client.bottom));
-  HGDIOBJ oldBitmap = SelectObject(dc, bitmap);
+  BufferedPaint paint(hwnd);
+  const HDC dc = paint.Dc();
+  RECT client = paint.Client();
   HGDIOBJ oldFont = SelectObject(dc, g_browse.font);
   Fill(dc, client, Background());
   SetBkMode(dc, TRANSPARENT);
@@ -593,12 +581,7 @@ void PaintPreview(HWND hwnd) {
     SetTextColor(dc, TextColor());
     DrawTextW(dc, lines.c_str(), -1, &caption, DT_CENTER | DT_WORDBREAK | DT_END_ELLIPSIS | DT_NOPREFIX);
   }
-  BitBlt(target, 0, 0, client.right, client.bottom, dc, 0, 0, SRCCOPY);
   SelectObject(dc, oldFont);
-  SelectObject(dc, oldBitmap);
-  DeleteObject(bitmap);
-  DeleteDC(dc);
-  EndPaint(hwnd, &ps);
 }
 
 // ---------------------------------------------------------------- keys

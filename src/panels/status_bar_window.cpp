@@ -11,6 +11,7 @@
 #include "document/composite.h"
 #include "panels/status_bar_window.h"
 #include "panels/status_text.h"
+#include "platform/buffered_paint_win32.h"
 #include "platform/dialog_win32.h"
 #include "platform/dpi_win32.h"
 #include "tools/canvas.h"
@@ -57,14 +58,9 @@ int Slot(const std::vector<std::u16string>& fields, std::size_t i) {
 }
 
 void Paint(HWND hwnd) {
-  PAINTSTRUCT ps;
-  HDC target = BeginPaint(hwnd, &ps);
-  RECT r;
-  GetClientRect(hwnd, &r);
-  // Drawn off screen and copied in one go: no flicker as the fields change.
-  HDC dc = CreateCompatibleDC(target);
-  HBITMAP bitmap = CreateCompatibleBitmap(target, std::max<LONG>(1, r.right), std::max<LONG>(1, r.bottom));
-  HGDIOBJ oldBitmap = SelectObject(dc, bitmap);
+  BufferedPaint paint(hwnd);
+  const HDC dc = paint.Dc();
+  RECT r = paint.Client();
   const int dpi = static_cast<int>(WindowDpi(hwnd));
   const bool dark = g_status.dark;
   HBRUSH back = CreateSolidBrush(dark ? RGB(0x25, 0x26, 0x2A) : RGB(0xF0, 0xF1, 0xF3));
@@ -105,11 +101,6 @@ void Paint(HWND hwnd) {
   SelectObject(dc, oldFont);
   DeleteObject(font);
   DeleteObject(edge);
-  BitBlt(target, 0, 0, r.right, r.bottom, dc, 0, 0, SRCCOPY);
-  SelectObject(dc, oldBitmap);
-  DeleteObject(bitmap);
-  DeleteDC(dc);
-  EndPaint(hwnd, &ps);
 }
 
 void CanvasChanged(void* bar) { InvalidateRect(static_cast<HWND>(bar), nullptr, FALSE); }

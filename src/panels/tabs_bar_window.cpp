@@ -12,6 +12,7 @@
 #include "panels/tab_order.h"
 #include "panels/tabs_bar.h"
 #include "panels/tabs_bar_window.h"
+#include "platform/buffered_paint_win32.h"
 #include "platform/dialog_win32.h"
 #include "platform/dpi_win32.h"
 #include "platform/message_box_win32.h"
@@ -179,13 +180,9 @@ void DrawArrow(HDC dc, const Rect& box, bool left, bool enabled, bool hot, const
 }
 
 void Paint(HWND hwnd) {
-  PAINTSTRUCT ps;
-  HDC target = BeginPaint(hwnd, &ps);
-  RECT r;
-  GetClientRect(hwnd, &r);
-  HDC dc = CreateCompatibleDC(target);
-  HBITMAP bitmap = CreateCompatibleBitmap(target, std::max<LONG>(1, r.right), std::max<LONG>(1, r.bottom));
-  HGDIOBJ oldBitmap = SelectObject(dc, bitmap);
+  BufferedPaint paint(hwnd);
+  const HDC dc = paint.Dc();
+  RECT r = paint.Client();
   const Palette p = Colors();
   Fill(dc, r, p.bar);
   HGDIOBJ oldFont = SelectObject(dc, Font(hwnd));
@@ -226,11 +223,6 @@ void Paint(HWND hwnd) {
               Dip(hwnd, 4));
   }
   SelectObject(dc, oldFont);
-  BitBlt(target, 0, 0, r.right, r.bottom, dc, 0, 0, SRCCOPY);
-  SelectObject(dc, oldBitmap);
-  DeleteObject(bitmap);
-  DeleteDC(dc);
-  EndPaint(hwnd, &ps);
 }
 
 // ---------------------------------------------------------------- actions
