@@ -69,6 +69,10 @@ struct PackedWeights {
 // premultiplied values, each pass rounded and clamped to 0..255.
 [[nodiscard]] Surface ResampleSeparable(const Surface& source, int32_t width, int32_t height,
                                         const ResampleKernel& kernel);
+// The horizontal pass takes two target pixels at a time on processors with
+// AVX2 (same sums, same results); tests switch that off to check the plain
+// path on the same machine.
+void AllowAvx2ResamplingForTesting(bool allowed);
 
 // Any internal algorithm; an unchanged size is an identical copy.
 [[nodiscard]] Surface Resample(const Surface& source, int32_t width, int32_t height,

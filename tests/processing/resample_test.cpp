@@ -127,16 +127,22 @@ TEST(ResampleFast, MatchesThePlainDefinitionOnRandomImages) {
   const struct { int32_t sw, sh, w, h; } sizes[] = {
       {37, 23, 11, 50}, {64, 64, 17, 9}, {5, 7, 40, 33}, {1, 9, 6, 2}, {33, 1, 1, 1}, {50, 40, 50, 13}, {13, 17, 29, 17},
   };
-  for (int processors : {1, 16}) {
-    RowWorkers::OverrideProcessorCountForTesting(processors);
-    for (const auto& s : sizes)
-      for (ResampleAlgorithm a : kKernelAlgorithms) {
-        const Surface source = Random(s.sw, s.sh, uint32_t(s.sw * 31 + s.h));
-        EXPECT_TRUE(SamePixels(ResampleSeparable(source, s.w, s.h, KernelFor(a)),
-                               Reference(source, s.w, s.h, KernelFor(a))))
-            << "algorithm " << int(a) << ", " << s.sw << "x" << s.sh << " -> " << s.w << "x" << s.h;
-      }
-  }
+  // Split or not, and (where the processor has it) with the two-pixel AVX2
+  // horizontal pass or without.
+  for (bool avx2 : {true, false})
+    for (int processors : {1, 16}) {
+      AllowAvx2ResamplingForTesting(avx2);
+      RowWorkers::OverrideProcessorCountForTesting(processors);
+      for (const auto& s : sizes)
+        for (ResampleAlgorithm a : kKernelAlgorithms) {
+          const Surface source = Random(s.sw, s.sh, uint32_t(s.sw * 31 + s.h));
+          EXPECT_TRUE(SamePixels(ResampleSeparable(source, s.w, s.h, KernelFor(a)),
+                                 Reference(source, s.w, s.h, KernelFor(a))))
+              << "algorithm " << int(a) << ", " << s.sw << "x" << s.sh << " -> " << s.w << "x" << s.h
+              << (avx2 ? "" : ", without AVX2");
+        }
+    }
+  AllowAvx2ResamplingForTesting(true);
   RowWorkers::OverrideProcessorCountForTesting(0);
 }
 
