@@ -300,16 +300,8 @@ LRESULT CALLBACK DialogProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
   return DefWindowProcW(hwnd, msg, wp, lp);
 }
 
-HWND Control(HWND parent, const wchar_t* cls, const std::wstring& text, DWORD style, int x, int y, int w, int h,
-             int id, HFONT font, DWORD exStyle = 0) {
-  HWND c = CreateWindowExW(exStyle, cls, text.c_str(), WS_CHILD | WS_VISIBLE | style, x, y, w, h, parent,
-                           reinterpret_cast<HMENU>(static_cast<INT_PTR>(id)), GetModuleHandleW(nullptr), nullptr);
-  SendMessageW(c, WM_SETFONT, reinterpret_cast<WPARAM>(font), TRUE);
-  return c;
-}
-
 HWND Slider(HWND parent, int x, int y, int w, int h, int id, int32_t lo, int32_t hi, int32_t value, HFONT font) {
-  HWND s = Control(parent, TRACKBAR_CLASSW, L"", TBS_HORZ | TBS_NOTICKS | WS_TABSTOP, x, y, w, h, id, font);
+  HWND s = CreateControl(parent, TRACKBAR_CLASSW, L"", TBS_HORZ | TBS_NOTICKS | WS_TABSTOP, x, y, w, h, id, font);
   SendMessageW(s, TBM_SETRANGEMIN, FALSE, lo);
   SendMessageW(s, TBM_SETRANGEMAX, FALSE, hi);
   SendMessageW(s, TBM_SETPAGESIZE, 0, std::max(1, (hi - lo) / 20));
@@ -367,30 +359,30 @@ bool RunLayerEffectsDialog(HWND owner, Document& doc, int32_t layerIndex, void (
   HWND w = d.window;
 
   // The layer's own values.
-  Control(w, L"Static", L"Name:", SS_LEFT, S(14), S(17), S(62), S(20), -1, font);
-  d.name = Control(w, L"Edit", Wide(d.values.name), ES_AUTOHSCROLL | WS_TABSTOP, S(80), S(14), S(260), S(24), kNameId,
-                   font, WS_EX_CLIENTEDGE);
+  CreateControl(w, L"Static", L"Name:", SS_LEFT, S(14), S(17), S(62), S(20), -1, font);
+  d.name = CreateControl(w, L"Edit", Wide(d.values.name), ES_AUTOHSCROLL | WS_TABSTOP, S(80), S(14), S(260), S(24), kNameId,
+                   font);
   SendMessageW(d.name, EM_SETLIMITTEXT, kMaxLayerNameLength, 0);
-  Control(w, L"Static", L"Blend mode:", SS_LEFT, S(360), S(17), S(80), S(20), -1, font);
-  d.blend = Control(w, L"ComboBox", L"", CBS_DROPDOWNLIST | WS_TABSTOP | WS_VSCROLL, S(444), S(14), S(196), S(300),
+  CreateControl(w, L"Static", L"Blend mode:", SS_LEFT, S(360), S(17), S(80), S(20), -1, font);
+  d.blend = CreateControl(w, L"ComboBox", L"", CBS_DROPDOWNLIST | WS_TABSTOP | WS_VSCROLL, S(444), S(14), S(196), S(300),
                     kBlendId, font);
   for (int32_t m = 0; m < kBlendModeCount; ++m)
     SendMessageW(d.blend, CB_ADDSTRING, 0, reinterpret_cast<LPARAM>(Wide(BlendModeName(m)).c_str()));
   SendMessageW(d.blend, CB_SETCURSEL, std::clamp(d.values.blendMode, 0, kBlendModeCount - 1), 0);
-  Control(w, L"Static", L"Opacity:", SS_LEFT, S(14), S(49), S(62), S(20), -1, font);
-  d.opacityEdit = Control(w, L"Edit", std::to_wstring(d.values.opacity), ES_AUTOHSCROLL | WS_TABSTOP, S(80), S(46),
-                          S(50), S(24), kOpacityEditId, font, WS_EX_CLIENTEDGE);
+  CreateControl(w, L"Static", L"Opacity:", SS_LEFT, S(14), S(49), S(62), S(20), -1, font);
+  d.opacityEdit = CreateControl(w, L"Edit", std::to_wstring(d.values.opacity), ES_AUTOHSCROLL | WS_TABSTOP, S(80), S(46),
+                          S(50), S(24), kOpacityEditId, font);
   d.opacitySlider = Slider(w, S(134), S(46), S(206), S(26), kOpacitySliderId, 0, 255, d.values.opacity, font);
-  d.visible = Control(w, L"Button", L"Visible", BS_AUTOCHECKBOX | WS_TABSTOP, S(360), S(46), S(100), S(24),
+  d.visible = CreateControl(w, L"Button", L"Visible", BS_AUTOCHECKBOX | WS_TABSTOP, S(360), S(46), S(100), S(24),
                       kVisibleId, font);
   SendMessageW(d.visible, BM_SETCHECK, d.values.visible ? BST_CHECKED : BST_UNCHECKED, 0);
-  d.showEffects = Control(w, L"Button", L"Show effects", BS_AUTOCHECKBOX | WS_TABSTOP, S(470), S(46), S(160), S(24),
+  d.showEffects = CreateControl(w, L"Button", L"Show effects", BS_AUTOCHECKBOX | WS_TABSTOP, S(470), S(46), S(160), S(24),
                           kShowEffectsId, font);
   SendMessageW(d.showEffects, BM_SETCHECK, d.values.effectsHidden ? BST_UNCHECKED : BST_CHECKED, 0);
 
   // The effects: on and off in the list, values on the page.
   const int top = S(90), listHeight = S(280);
-  d.list = Control(w, WC_LISTVIEWW, L"",
+  d.list = CreateControl(w, WC_LISTVIEWW, L"",
                    LVS_REPORT | LVS_NOCOLUMNHEADER | LVS_SINGLESEL | LVS_SHOWSELALWAYS | WS_TABSTOP | WS_BORDER,
                    S(14), top, S(180), listHeight, kListId, font);
   ListView_SetExtendedListViewStyle(d.list, LVS_EX_CHECKBOXES | LVS_EX_FULLROWSELECT);
@@ -414,7 +406,7 @@ bool RunLayerEffectsDialog(HWND owner, Document& doc, int32_t layerIndex, void (
     ListView_SetTextColor(d.list, c.text);
     SetControlDarkMode(d.list, true);
   }
-  d.title = Control(w, L"Static", L"", SS_LEFT, S(210), top, S(300), S(22), kTitleId, bold);
+  d.title = CreateControl(w, L"Static", L"", SS_LEFT, S(210), top, S(300), S(22), kTitleId, bold);
 
   const auto params = EffectParams();
   d.params.resize(params.size());
@@ -431,36 +423,36 @@ bool RunLayerEffectsDialog(HWND owner, Document& doc, int32_t layerIndex, void (
     const int32_t value = p.get(d.values.effects);
     ParamControls& c = d.params[i];
     if (p.type != ParamType::Switch)
-      c.label = Control(w, L"Static", Wide(p.label), SS_LEFT, S(210), y + S(3), S(112), S(20), id + kLabelPart, font);
+      c.label = CreateControl(w, L"Static", Wide(p.label), SS_LEFT, S(210), y + S(3), S(112), S(20), id + kLabelPart, font);
     switch (p.type) {
       case ParamType::Number:
-        c.field = Control(w, L"Edit", std::to_wstring(value), ES_AUTOHSCROLL | WS_TABSTOP, S(326), y, S(60), S(24),
-                          id + kFieldPart, font, WS_EX_CLIENTEDGE);
+        c.field = CreateControl(w, L"Edit", std::to_wstring(value), ES_AUTOHSCROLL | WS_TABSTOP, S(326), y, S(60), S(24),
+                          id + kFieldPart, font);
         c.slider = Slider(w, S(390), y, S(206), S(26), id + kSliderPart, p.sliderMinimum, p.sliderMaximum,
                           std::clamp(value, p.sliderMinimum, p.sliderMaximum), font);
         if (!p.unit.empty())
-          c.unit = Control(w, L"Static", Wide(p.unit), SS_LEFT, S(600), y + S(3), S(40), S(20), id + kUnitPart, font);
+          c.unit = CreateControl(w, L"Static", Wide(p.unit), SS_LEFT, S(600), y + S(3), S(40), S(20), id + kUnitPart, font);
         break;
       case ParamType::Color:
-        c.field = Control(w, L"Button", L"", BS_OWNERDRAW | WS_TABSTOP, S(326), y, S(70), S(24), id + kFieldPart, font);
+        c.field = CreateControl(w, L"Button", L"", BS_OWNERDRAW | WS_TABSTOP, S(326), y, S(70), S(24), id + kFieldPart, font);
         break;
       case ParamType::Choice:
-        c.field = Control(w, L"ComboBox", L"", CBS_DROPDOWNLIST | WS_TABSTOP | WS_VSCROLL, S(326), y, S(200), S(300),
+        c.field = CreateControl(w, L"ComboBox", L"", CBS_DROPDOWNLIST | WS_TABSTOP | WS_VSCROLL, S(326), y, S(200), S(300),
                           id + kFieldPart, font);
         for (const EffectChoice& choice : p.choices)
           SendMessageW(c.field, CB_ADDSTRING, 0, reinterpret_cast<LPARAM>(Wide(choice.label).c_str()));
         SendMessageW(c.field, CB_SETCURSEL, std::clamp(value, p.minimum, p.maximum), 0);
         break;
       case ParamType::Switch:
-        c.field = Control(w, L"Button", Wide(p.label), BS_AUTOCHECKBOX | WS_TABSTOP, S(326), y, S(200), S(24),
+        c.field = CreateControl(w, L"Button", Wide(p.label), BS_AUTOCHECKBOX | WS_TABSTOP, S(326), y, S(200), S(24),
                           id + kFieldPart, font);
         SendMessageW(c.field, BM_SETCHECK, value ? BST_CHECKED : BST_UNCHECKED, 0);
         break;
     }
   }
   const int buttons = top + listHeight + S(16);
-  Control(w, L"Button", L"OK", PushButtonStyle(true) | WS_TABSTOP, width - S(204), buttons, S(88), S(28), IDOK, font);
-  Control(w, L"Button", L"Cancel", PushButtonStyle(false) | WS_TABSTOP, width - S(108), buttons, S(88), S(28),
+  CreateControl(w, L"Button", L"OK", PushButtonStyle(true) | WS_TABSTOP, width - S(204), buttons, S(88), S(28), IDOK, font);
+  CreateControl(w, L"Button", L"Cancel", PushButtonStyle(false) | WS_TABSTOP, width - S(108), buttons, S(88), S(28),
           IDCANCEL, font);
   RECT client;
   GetClientRect(w, &client);

@@ -215,17 +215,17 @@ void DrawCropOverlay(HDC dc, const CanvasLayout& layout, const Rect& area, const
 // The shape being dragged, as an outline in its colour.
 void DrawShapeOverlay(HDC dc, const CanvasLayout& layout, const ShapeOverlay& o) {
   if (!o.shown) return;
-  const ShapeSpec& spec = o.spec;
-  const POINT a = ToClient(layout, spec.x0, spec.y0), b = ToClient(layout, spec.x1, spec.y1);
-  const uint32_t c = spec.style == kShapeFilled ? spec.fill : spec.outline;
-  const int width = std::max(1, static_cast<int>(std::lround(spec.lineWidth * layout.scale)));
-  HPEN pen = CreatePen(PS_SOLID, spec.type == ShapeType::Line || spec.style != kShapeFilled ? width : 1,
+  const ShapeGeometry& shape = o.shape;
+  const POINT a = ToClient(layout, shape.x0, shape.y0), b = ToClient(layout, shape.x1, shape.y1);
+  const uint32_t c = shape.style == kShapeFilled ? shape.fill : shape.outline;
+  const int width = std::max(1, static_cast<int>(std::lround(shape.lineWidth * layout.scale)));
+  HPEN pen = CreatePen(PS_SOLID, shape.type == ShapeType::Line || shape.style != kShapeFilled ? width : 1,
                        RGB((c >> 16) & 255, (c >> 8) & 255, c & 255));
-  HBRUSH fill = CreateSolidBrush(RGB((spec.fill >> 16) & 255, (spec.fill >> 8) & 255, spec.fill & 255));
+  HBRUSH fill = CreateSolidBrush(RGB((shape.fill >> 16) & 255, (shape.fill >> 8) & 255, shape.fill & 255));
   HGDIOBJ oldPen = SelectObject(dc, pen);
-  HGDIOBJ oldBrush = SelectObject(dc, spec.style == kShapeOutline ? GetStockObject(NULL_BRUSH) : fill);
+  HGDIOBJ oldBrush = SelectObject(dc, shape.style == kShapeOutline ? GetStockObject(NULL_BRUSH) : fill);
   const int x0 = std::min(a.x, b.x), y0 = std::min(a.y, b.y), x1 = std::max(a.x, b.x), y1 = std::max(a.y, b.y);
-  switch (spec.type) {
+  switch (shape.type) {
     case ShapeType::Line:
       MoveToEx(dc, a.x, a.y, nullptr);
       LineTo(dc, b.x, b.y);
@@ -233,7 +233,7 @@ void DrawShapeOverlay(HDC dc, const CanvasLayout& layout, const ShapeOverlay& o)
     case ShapeType::Rectangle: Rectangle(dc, x0, y0, x1, y1); break;
     case ShapeType::Ellipse: Ellipse(dc, x0, y0, x1, y1); break;
     case ShapeType::RoundedRectangle: {
-      const int r = static_cast<int>(std::lround(2 * spec.cornerRadius * layout.scale));
+      const int r = static_cast<int>(std::lround(2 * shape.cornerRadius * layout.scale));
       RoundRect(dc, x0, y0, x1, y1, r, r);
       break;
     }

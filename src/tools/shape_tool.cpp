@@ -28,11 +28,11 @@ void ShapeTool::Press(int32_t toolId, double x, double y, int button, int modifi
   if (!type || (button != 1 && button != 2) || !std::isfinite(x) || !std::isfinite(y)) return;
   Cancel();
   const uint32_t primary = colors.Primary(), secondary = colors.Secondary();
-  spec_ = button == 1 ? ShapeSpecFor(*type, options, primary, secondary)
-                      : ShapeSpecFor(*type, options, secondary, primary);
+  shape_ = button == 1 ? ShapeGeometryFor(*type, options, primary, secondary)
+                      : ShapeGeometryFor(*type, options, secondary, primary);
   press_ = pointer_ = {x, y};
-  spec_.x0 = spec_.x1 = x;
-  spec_.y0 = spec_.y1 = y;
+  shape_.x0 = shape_.x1 = x;
+  shape_.y0 = shape_.y1 = y;
   busy_ = true;
   Update(x, y, modifiers);
 }
@@ -48,9 +48,9 @@ void ShapeTool::SetModifiers(int modifiers) {
 bool ShapeTool::Release(Document& doc, double x, double y, int modifiers) {
   if (!busy_) return false;
   Update(x, y, modifiers);
-  const ShapeSpec spec = spec_;
+  const ShapeGeometry shape = shape_;
   Cancel();
-  return DrawShapeOnLayer(doc, spec);
+  return DrawShapeOnLayer(doc, shape);
 }
 
 void ShapeTool::Cancel() {
@@ -60,12 +60,12 @@ void ShapeTool::Cancel() {
 
 ShapeOverlay ShapeTool::Overlay() const {
   ShapeOverlay o;
-  o.shown = busy_ && (spec_.x0 != spec_.x1 || spec_.y0 != spec_.y1);
-  o.spec = spec_;
+  o.shown = busy_ && (shape_.x0 != shape_.x1 || shape_.y0 != shape_.y1);
+  o.shape = shape_;
   return o;
 }
 
-Rect ShapeTool::OverlayBounds() const { return Overlay().shown ? ShapeBufferRect(spec_) : Rect{}; }
+Rect ShapeTool::OverlayBounds() const { return Overlay().shown ? ShapeBufferRect(shape_) : Rect{}; }
 
 Rect ShapeTool::TakeOverlayDamage() {
   const Rect d = damage_;
@@ -77,9 +77,9 @@ void ShapeTool::Update(double x, double y, int modifiers) {
   if (!std::isfinite(x) || !std::isfinite(y)) return;
   const Rect before = OverlayBounds();
   pointer_ = {x, y};
-  const ShapePoint end = (modifiers & kModShift) ? ConstrainShapePoint(spec_.type, press_, pointer_) : pointer_;
-  spec_.x1 = end.x;
-  spec_.y1 = end.y;
+  const ShapePoint end = (modifiers & kModShift) ? ConstrainShapePoint(shape_.type, press_, pointer_) : pointer_;
+  shape_.x1 = end.x;
+  shape_.y1 = end.y;
   damage_ = Union(damage_, Union(before, OverlayBounds()));
 }
 

@@ -23,7 +23,7 @@ ShapePoint ConstrainShapePoint(ShapeType type, ShapePoint from, ShapePoint to);
 // pointer is still on the press point.
 struct ShapeOverlay {
   bool shown = false;
-  ShapeSpec spec;
+  ShapeGeometry shape;
 };
 
 class ShapeTool {
@@ -55,7 +55,7 @@ class ShapeTool {
   void Update(double x, double y, int modifiers);
 
   bool busy_ = false;
-  ShapeSpec spec_;
+  ShapeGeometry shape_;
   ShapePoint press_, pointer_;
   Rect damage_;
 };

@@ -115,8 +115,8 @@ std::optional<ShapeType> ShapeTypeFor(int32_t toolId) {
   }
 }
 
-ShapeSpec ShapeSpecFor(ShapeType type, const ToolOptions& o, uint32_t outline, uint32_t fill) {
-  ShapeSpec s;
+ShapeGeometry ShapeGeometryFor(ShapeType type, const ToolOptions& o, uint32_t outline, uint32_t fill) {
+  ShapeGeometry s;
   s.type = type;
   s.style = std::clamp(o.shapefill, int32_t{kShapeOutline}, int32_t{kShapeOutlineFill});
   s.lineWidth = std::clamp(o.linewidth, 1, 400);
@@ -130,13 +130,13 @@ ShapeSpec ShapeSpecFor(ShapeType type, const ToolOptions& o, uint32_t outline, u
 
 int32_t ShapeMargin(int32_t lineWidth) { return (std::max(lineWidth, 1) + 1) / 2 + 2; }
 
-Rect ShapeBufferRect(const ShapeSpec& spec) {
-  if (!std::isfinite(spec.x0) || !std::isfinite(spec.y0) || !std::isfinite(spec.x1) || !std::isfinite(spec.y1))
+Rect ShapeBufferRect(const ShapeGeometry& shape) {
+  if (!std::isfinite(shape.x0) || !std::isfinite(shape.y0) || !std::isfinite(shape.x1) || !std::isfinite(shape.y1))
     return {};
-  const int32_t m = ShapeMargin(spec.lineWidth);
+  const int32_t m = ShapeMargin(shape.lineWidth);
   const auto lo = [m](double a, double b) { return static_cast<int32_t>(std::floor(Far(std::min(a, b)))) - m; };
   const auto hi = [m](double a, double b) { return static_cast<int32_t>(std::ceil(Far(std::max(a, b)))) + m; };
-  return {lo(spec.x0, spec.x1), lo(spec.y0, spec.y1), hi(spec.x0, spec.x1), hi(spec.y0, spec.y1)};
+  return {lo(shape.x0, shape.x1), lo(shape.y0, shape.y1), hi(shape.x0, shape.x1), hi(shape.y0, shape.y1)};
 }
 
 Rect LayerReach(const Document& doc, int32_t layerIndex, const Rect& want) {
@@ -185,31 +185,31 @@ bool LayBuffer(Document& doc, int32_t layerIndex, const Surface& buffer, int32_t
   return true;
 }
 
-bool DrawShapeOnLayer(Document& doc, const ShapeSpec& spec) {
+bool DrawShapeOnLayer(Document& doc, const ShapeGeometry& shape) {
   const SystemDrawing* drawing = CurrentSystemDrawing();
   if (!ActiveLayer(&doc) || !drawing || !drawing->drawShape) return false;
-  if (spec.x0 == spec.x1 && spec.y0 == spec.y1) return false;  // a click draws nothing
-  const Rect want = ShapeBufferRect(spec);
+  if (shape.x0 == shape.x1 && shape.y0 == shape.y1) return false;  // a click draws nothing
+  const Rect want = ShapeBufferRect(shape);
   const Rect area = LayerReach(doc, doc.active, want);
   if (want.Empty() || area.Empty()) return false;
 
   ShapeDrawing d;
-  d.type = spec.type;
-  d.style = spec.type == ShapeType::Line ? kShapeOutline : std::clamp(spec.style, 0, 2);
-  d.lineWidth = std::clamp(spec.lineWidth, 1, 400);
-  d.cornerRadius = std::clamp(spec.cornerRadius, 0, 400);
-  d.antialias = spec.antialias;
-  d.outline = spec.outline;
-  d.fill = spec.fill;
-  double x0 = Far(spec.x0), y0 = Far(spec.y0), x1 = Far(spec.x1), y1 = Far(spec.y1);
+  d.type = shape.type;
+  d.style = shape.type == ShapeType::Line ? kShapeOutline : std::clamp(shape.style, 0, 2);
+  d.lineWidth = std::clamp(shape.lineWidth, 1, 400);
+  d.cornerRadius = std::clamp(shape.cornerRadius, 0, 400);
+  d.antialias = shape.antialias;
+  d.outline = shape.outline;
+  d.fill = shape.fill;
+  double x0 = Far(shape.x0), y0 = Far(shape.y0), x1 = Far(shape.x1), y1 = Far(shape.y1);
   // Only the part near the buffer is handed over: GDI+ works in floats.
   // Cut lines and rectangle sides stay outside the buffer, so nothing seen
   // changes; an ellipse is handed over whole.
-  const double reach = ShapeMargin(spec.lineWidth) + 2.0 * d.cornerRadius + 4;
+  const double reach = ShapeMargin(shape.lineWidth) + 2.0 * d.cornerRadius + 4;
   const double bx0 = area.x0 - reach, by0 = area.y0 - reach, bx1 = area.x1 + reach, by1 = area.y1 + reach;
-  if (spec.type == ShapeType::Line) {
+  if (shape.type == ShapeType::Line) {
     if (!ClipSegment(x0, y0, x1, y1, bx0, by0, bx1, by1)) return false;
-  } else if (spec.type != ShapeType::Ellipse) {
+  } else if (shape.type != ShapeType::Ellipse) {
     x0 = std::clamp(x0, bx0, bx1);
     x1 = std::clamp(x1, bx0, bx1);
     y0 = std::clamp(y0, by0, by1);
@@ -221,8 +221,8 @@ bool DrawShapeOnLayer(Document& doc, const ShapeSpec& spec) {
   d.y1 = y1 - area.y0;
   Surface buffer(area.Width(), area.Height());
   if (!drawing->drawShape(buffer, d)) return false;
-  return LayBuffer(doc, doc.active, buffer, area.x0, area.y0, spec.opacity,
-                   spec.type == ShapeType::Line ? u"Line" : u"Shape");
+  return LayBuffer(doc, doc.active, buffer, area.x0, area.y0, shape.opacity,
+                   shape.type == ShapeType::Line ? u"Line" : u"Shape");
 }
 
 }  // namespace tavora

@@ -20,7 +20,7 @@ std::optional<ShapeType> ShapeTypeFor(int32_t toolId);
 
 // What a release draws: the two points in image coordinates (a line's ends,
 // or opposite corners of the box) and the options.
-struct ShapeSpec {
+struct ShapeGeometry {
   ShapeType type = ShapeType::Line;
   double x0 = 0, y0 = 0, x1 = 0, y1 = 0;
   int32_t style = kShapeOutline;  // `shapefill`, 0..2
@@ -30,22 +30,22 @@ struct ShapeSpec {
   bool antialias = true;
   uint32_t outline = 0xFF000000, fill = 0xFFFFFFFF;  // 0xAARRGGBB
 };
-// The spec of a tool's options with the outline and fill colours, the
+// The shape of a tool's options with the outline and fill colours, the
 // options clamped into their ranges; the points are left at 0.
-ShapeSpec ShapeSpecFor(ShapeType type, const ToolOptions& options, uint32_t outline, uint32_t fill);
+ShapeGeometry ShapeGeometryFor(ShapeType type, const ToolOptions& options, uint32_t outline, uint32_t fill);
 
 // How far the buffer reaches past the points' box: half the line width,
 // rounded up, and 2 pixels more for round caps and the antialiased edge.
 int32_t ShapeMargin(int32_t lineWidth);
 // The points' box grown by the margin, on whole pixels; empty when a point
 // is not finite.
-Rect ShapeBufferRect(const ShapeSpec& spec);
+Rect ShapeBufferRect(const ShapeGeometry& shape);
 
 // Draws the shape on the active layer as one step, "Line" for a line and
 // "Shape" for the others. False, recording nothing, when the points are
 // equal (a click), there is no layer or no system drawing, the shape is
 // out of the layer's reach, or the drawing failed.
-bool DrawShapeOnLayer(Document& doc, const ShapeSpec& spec);
+bool DrawShapeOnLayer(Document& doc, const ShapeGeometry& shape);
 
 // ---- laying a buffer on a layer
 // The alpha a buffer pixel of alpha `a` is laid on with: a × opacity / 100,

@@ -58,11 +58,11 @@ class Shapes : public ::testing::Test {
     doc->active = 1;
     return doc;
   }
-  static ShapeSpec Spec(ShapeType type, double x0, double y0, double x1, double y1, int32_t opacity = 100) {
+  static ShapeGeometry Spec(ShapeType type, double x0, double y0, double x1, double y1, int32_t opacity = 100) {
     ToolOptions o;
     o.linewidth = 2;
     o.opacity = opacity;
-    ShapeSpec s = ShapeSpecFor(type, o, 0xFFCC2211, 0xFF1122CC);
+    ShapeGeometry s = ShapeGeometryFor(type, o, 0xFFCC2211, 0xFF1122CC);
     s.x0 = x0;
     s.y0 = y0;
     s.x1 = x1;
@@ -102,7 +102,7 @@ TEST_F(Shapes, EachPixelIsLaidAtAlphaTimesOpacityThenTimesTheSelectionByteTrunca
 TEST_F(Shapes, TheBufferHoldsTheLineWidthAndAClickDrawsNothing) {
   for (int32_t width : {1, 2, 7, 40, 400}) {
     auto doc = Doc(900, 900);
-    ShapeSpec s = Spec(ShapeType::Line, 400.5, 420.25, 460.5, 430.75);
+    ShapeGeometry s = Spec(ShapeType::Line, 400.5, 420.25, 460.5, 430.75);
     s.lineWidth = width;
     ASSERT_TRUE(DrawShapeOnLayer(*doc, s));
     const ShapeDrawing& d = FakeDrawer::last;
@@ -201,16 +201,16 @@ TEST_F(Shapes, TheDragShowsItsShapeAndTheReleaseDrawsIt) {
   tool.Move(25, 16, 0);
   ShapeOverlay overlay = tool.Overlay();
   ASSERT_TRUE(overlay.shown);
-  EXPECT_EQ(overlay.spec.type, ShapeType::Ellipse);
-  EXPECT_EQ(overlay.spec.outline, 0xFF112233u);
-  EXPECT_EQ(overlay.spec.fill, 0xFF445566u);
-  EXPECT_EQ(overlay.spec.style, 2);
-  EXPECT_DOUBLE_EQ(overlay.spec.x1, 25);
+  EXPECT_EQ(overlay.shape.type, ShapeType::Ellipse);
+  EXPECT_EQ(overlay.shape.outline, 0xFF112233u);
+  EXPECT_EQ(overlay.shape.fill, 0xFF445566u);
+  EXPECT_EQ(overlay.shape.style, 2);
+  EXPECT_DOUBLE_EQ(overlay.shape.x1, 25);
   EXPECT_EQ(tool.OverlayBounds(), (Rect{1, 2, 29, 20}));
   EXPECT_EQ(tool.TakeOverlayDamage(), (Rect{1, 2, 29, 20}));
   // Shift held without a move squares the box at once.
   tool.SetModifiers(kModShift);
-  EXPECT_DOUBLE_EQ(tool.Overlay().spec.y1, 26);
+  EXPECT_DOUBLE_EQ(tool.Overlay().shape.y1, 26);
   EXPECT_EQ(tool.TakeOverlayDamage(), (Rect{1, 2, 29, 30}));
   EXPECT_TRUE(tool.Release(*doc, 25, 16, kModShift));
   EXPECT_FALSE(tool.Busy());
@@ -222,7 +222,7 @@ TEST_F(Shapes, TheDragShowsItsShapeAndTheReleaseDrawsIt) {
   // The right button swaps the colours; a click draws nothing; other
   // tools and Cancel start or keep nothing.
   tool.Press(kToolLine, 5, 5, 2, 0, o, colors);
-  EXPECT_EQ(tool.Overlay().spec.outline, 0xFF445566u);
+  EXPECT_EQ(tool.Overlay().shape.outline, 0xFF445566u);
   EXPECT_FALSE(tool.Release(*doc, 5, 5, 0));
   tool.Press(kToolBrush, 5, 5, 1, 0, o, colors);
   EXPECT_FALSE(tool.Busy());

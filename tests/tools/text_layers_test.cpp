@@ -255,9 +255,9 @@ TEST_F(TextLayers, OtherEditsEndEditabilityAndUndoBringsItBack) {
   const SystemDrawing withShapes{[](Surface& s, const ShapeDrawing&) { return !s.Empty(); }, &FakeText::Render,
                                  &FakeText::Measure, nullptr};
   SetSystemDrawing(&withShapes);
-  ShapeSpec spec;
-  spec.x1 = spec.y1 = 9;
-  ASSERT_TRUE(DrawShapeOnLayer(*doc, spec));
+  ShapeGeometry shape;
+  shape.x1 = shape.y1 = 9;
+  ASSERT_TRUE(DrawShapeOnLayer(*doc, shape));
   EXPECT_EQ(UndoLabel(*doc), u"Line");
   EXPECT_FALSE(doc->layers[text].text);
   ASSERT_TRUE(Undo(*doc));
