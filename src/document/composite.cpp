@@ -1,64 +1,31 @@
 #include "document/composite.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "base/row_workers.h"
 #include "document/blend.h"
+#include "document/blend_rows.h"
 #include "document/document_events.h"
 #include "document/layer_effects.h"
 
 namespace tavora {
 namespace {
 
-// An effect buffer's pixel with its alpha scaled by the layer's opacity.
-inline uint32_t ScaleAlpha(uint32_t p, uint32_t opacity) {
-  if (opacity == 255) return p;
-  return (p & 0x00FFFFFFu) | (Mul(p >> 24, opacity) << 24);
-}
-
-void LayEffectRow(uint32_t* out, const uint32_t* src, int32_t n, uint32_t opacity) {
-  for (int32_t i = 0; i < n; ++i) {
-    if ((src[i] >> 24) == 0) continue;
-    const uint32_t p = ScaleAlpha(src[i], opacity);
-    if (p >> 24) out[i] = Over(out[i], p);
-  }
-}
-
-void LayPixelRow(uint32_t* out, const uint32_t* src, int32_t n, uint32_t opacity, int32_t mode) {
-  if (mode == kBlendNormal || mode < 0 || mode >= kBlendModeCount) {
-    for (int32_t i = 0; i < n; ++i) {
-      const uint32_t p = ScaleAlpha(src[i], opacity);
-      if (p >> 24) out[i] = Over(out[i], p);
-    }
-    return;
-  }
-  const uint8_t* table = BlendTable(mode);
-  for (int32_t i = 0; i < n; ++i) {
-    uint32_t p = ScaleAlpha(src[i], opacity);
-    const uint32_t a = p >> 24;
-    if (a == 0) continue;
-    const uint32_t r = out[i];
-    const uint32_t ar = r >> 24;
-    if (ar > 0) {
-      // Mix the blended colour in by how much backdrop is there: over a
-      // transparent area a blended layer shows its own colours.
-      uint32_t mixed = a << 24;
-      for (int shift = 0; shift < 24; shift += 8) {
-        const uint32_t sc = (p >> shift) & 255;
-        const uint32_t rc = (r >> shift) & 255;
-        const uint32_t bc = table[rc * 256 + sc];
-        mixed |= (((sc * (255 - ar) + bc * ar + 128) * 257) >> 16) << shift;
-      }
-      p = mixed;
-    }
-    out[i] = Over(r, p);
-  }
-}
-
 // Buffers are canvas-sized; a missing or short one is skipped rather than read
 // past its end.
 inline bool Covers(const Surface* s, int32_t x1, int32_t y) {
   return s && s->Width() >= x1 && s->Height() > y;
+}
+
+// Starts fetching the head of a layer's next row while this one is laid: a
+// narrow dirty rectangle reads short pieces of many distant rows, where the
+// processor's own prefetching has no run to follow.
+inline void FetchAhead(const Surface* s, int32_t x0, int32_t x1, int32_t y) {
+  if (!s || s->Width() < x1 || s->Height() <= y) return;
+  const char* p = reinterpret_cast<const char*>(s->Row(y) + x0);
+  const int32_t bytes = std::min<int32_t>((x1 - x0) * 4, 512);
+  for (int32_t b = 0; b < bytes; b += 64) __builtin_prefetch(p + b);
 }
 
 }  // namespace
@@ -70,6 +37,15 @@ void CompositeRows(int first, int end, void* context) {
     const int32_t y = ctx.y0 + row;
     uint32_t* out = ctx.output + std::size_t(y) * std::size_t(ctx.outputStride) + ctx.x0;
     std::memset(out, 0, std::size_t(n) * sizeof(uint32_t));
+    if (row + 1 < end) {
+      for (int32_t li = 0; li < ctx.layerCount; ++li) {
+        const Layer& layer = ctx.layers[li];
+        if (!layer.visible) continue;
+        FetchAhead(layer.under.get(), ctx.x0, ctx.x1, y + 1);
+        FetchAhead(layer.styled ? &*layer.styled : &layer.pixels, ctx.x0, ctx.x1, y + 1);
+        FetchAhead(layer.over.get(), ctx.x0, ctx.x1, y + 1);
+      }
+    }
     for (int32_t li = 0; li < ctx.layerCount; ++li) {
       const Layer& layer = ctx.layers[li];
       if (!layer.visible) continue;  // its effects too
@@ -78,7 +54,7 @@ void CompositeRows(int first, int end, void* context) {
         LayEffectRow(out, layer.under->Row(y) + ctx.x0, n, opacity);
       const Surface& own = layer.styled ? *layer.styled : layer.pixels;
       if (Covers(&own, ctx.x1, y))
-        LayPixelRow(out, own.Row(y) + ctx.x0, n, opacity, layer.blendMode);
+        LayRow(out, own.Row(y) + ctx.x0, n, opacity, layer.blendMode);
       if (Covers(layer.over.get(), ctx.x1, y))
         LayEffectRow(out, layer.over->Row(y) + ctx.x0, n, opacity);
     }
