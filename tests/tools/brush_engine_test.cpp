@@ -87,20 +87,18 @@ TEST(BrushSpacing, DabsFollowTheStepAlongThePath) {
   // dab follows the press by the record's spacing (10 px), as the Brush's does.
   const std::vector<double> retouch{40.5, 50.5, 54.5, 58.5, 62.5, 66.5, 70.5};
   const testing_support::Path across{{40.5, 30.5}, {70.5, 30.5}};
-  const struct {
+  struct Case {
     BrushTool tool;
     int size, spacing;
     testing_support::Path path;
     std::vector<double> want;
-  } cases[] = {
+  };
+  std::vector<Case> cases = {
       {BrushTool::Brush, 10, 200, {{20.5, 30.5}, {200.5, 30.5}}, everyTwenty},
       {BrushTool::Brush, 14, 1, fine, everyPixel},  // 1 % of 14 is below a pixel: one dab per pixel
-      {BrushTool::Blur, 50, 20, across, retouch},
-      {BrushTool::Smudge, 50, 20, across, retouch},
-      {BrushTool::Sharpen, 50, 20, across, retouch},
-      {BrushTool::Sponge, 50, 20, across, retouch},
-      {BrushTool::Burn, 50, 20, across, retouch},
   };
+  for (BrushTool t : {BrushTool::Blur, BrushTool::Smudge, BrushTool::Sharpen, BrushTool::Sponge, BrushTool::Burn})
+    cases.push_back({t, 50, 20, across, retouch});
   for (const auto& c : cases) {
     auto doc = Doc(256, 64);
     BrushParams p = Params(c.tool, c.size, c.tool == BrushTool::Brush ? 100 : 50);
@@ -110,7 +108,9 @@ TEST(BrushSpacing, DabsFollowTheStepAlongThePath) {
     Stroke(*doc, p, c.path);
     SetDocumentObserver(nullptr);
     EXPECT_EQ(g_centres, c.want) << int(c.tool) << " spacing " << c.spacing;
-    if (c.spacing > 100) EXPECT_EQ(doc->layers[1].pixels.At(30, 30), 0u);  // halfway between two dabs
+    if (c.spacing > 100) {
+      EXPECT_EQ(doc->layers[1].pixels.At(30, 30), 0u);  // halfway between two dabs
+    }
   }
 }
 
@@ -299,42 +299,36 @@ TEST(BrushSpacing, MovesFarOffTheCanvasPaintOnlyWhereTheyCross) {
   EXPECT_FALSE(StrokeActive());
 }
 
-TEST(RetouchDabs, OneBlurDabMixesInTheNeighbourhoodAverage) {
+TEST(RetouchDabs, OneBlurDabMixesInTheNeighbourhoodAverageAndAlphaByThePlainSumOverNine) {
   auto doc = Doc(40, 40);
   Surface& px = doc->layers[1].pixels;
   Noise(px, 11, 0xFF000000);
   BrushParams p = Params(BrushTool::Blur, 12, 30);
   p.strength = 100;
+  // The mix of a dab's pixel with its 3 x 3 mean.
+  const auto mix = [&](double cx, double cy, int x, int y) {
+    return uint32_t(std::min(std::trunc(RefWeight(p.size, p.hardness, cx, cy, x, y) * 0.5 * 255), 255.0));
+  };
   for (auto [cx, cy] : {std::pair{3.3, 2.6}, {20.0, 21.5}}) {  // at the corner, then inside
     const Surface start = px;
     Stroke(*doc, p, {{cx, cy}});
     for (int y = 0; y < 40; ++y)
-      for (int x = 0; x < 40; ++x) {
-        const double m = std::min(std::trunc(RefWeight(12, 30, cx, cy, x, y) * (1.0 * 0.5) * 255), 255.0);
+      for (int x = 0; x < 40; ++x)
         for (int shift = 0; shift < 24; shift += 8) {
+          const double m = mix(cx, cy, x, y);
           const int v = (start.At(x, y) >> shift) & 255, mean = (Sum3x3(start, x, y, shift) + 4) / 9;
-          ASSERT_EQ(int(px.At(x, y) >> shift) & 255, std::lround((v * (255 - m) + mean * m) / 255))
-              << x << "," << y;
+          ASSERT_EQ(int(px.At(x, y) >> shift) & 255, std::lround((v * (255 - m) + mean * m) / 255)) << x << "," << y;
         }
-      }
   }
-}
-
-TEST(RetouchDabs, BlurAlphaIsThePlainNeighbourhoodSumOverNine) {
-  auto doc = Doc(24, 24);
-  Surface& px = doc->layers[1].pixels;
   Noise(px, 5);  // random alpha too
-  BrushParams p = Params(BrushTool::Blur, 10, 100);
-  p.strength = 100;
+  p.hardness = 100;
   const Surface start = px;
   Stroke(*doc, p, {{12.0, 12.0}});
   int checked = 0;
-  for (int y = 0; y < 24; ++y)
-    for (int x = 0; x < 24; ++x) {
-      const uint32_t m = static_cast<uint32_t>(std::min(std::trunc(RefWeight(10, 100, 12, 12, x, y) * 0.5 * 255), 255.0));
-      if (m == 0) continue;
-      const uint32_t a = start.At(x, y) >> 24, mean = uint32_t(Sum3x3(start, x, y, 24)) / 9;
-      if (a * (255 - m) + mean * m == 0) continue;
+  for (int y = 0; y < 40; ++y)
+    for (int x = 0; x < 40; ++x) {
+      const uint32_t m = mix(12, 12, x, y), a = start.At(x, y) >> 24, mean = uint32_t(Sum3x3(start, x, y, 24)) / 9;
+      if (m == 0 || a * (255 - m) + mean * m == 0) continue;
       ASSERT_EQ(px.At(x, y) >> 24, (a * (255 - m) + mean * m + 127) / 255) << x << "," << y;
       ++checked;
     }

@@ -14,7 +14,7 @@ void Drag(CropTool& t, const Document& doc, double x0, double y0, double x1, dou
   t.Release(doc, x1, y1);
 }
 
-TEST(CropTool, ADragShowsWholePixelsWithinTheCanvas) {
+TEST(CropTool, ADragShowsWholePixelsWithinTheCanvasAndIsTakenOnce) {
   auto doc = CreateDocument(100, 80, 72, 0xFFFFFFFF, 0);
   CropTool t;
   Drag(t, *doc, 60.4, 50.6, 10.2, 9.7);
@@ -25,9 +25,19 @@ TEST(CropTool, ADragShowsWholePixelsWithinTheCanvas) {
   EXPECT_EQ(t.Area(), (Rect{5, 5, 25, 25}));
   EXPECT_FALSE(t.TakeDamage().Empty());
   EXPECT_TRUE(t.TakeDamage().Empty());
+  EXPECT_EQ(t.HandleAt(15, 15, 2), CropHandle::Inside);
+  EXPECT_EQ(t.HandleAt(40, 15, 2), CropHandle::None);
   t.Press(*doc, 70, 70, 2);  // a click away from it drops it
   t.Release(*doc, 70, 70);
   EXPECT_FALSE(t.Shown());
+  EXPECT_FALSE(t.Take());
+  // Take hands the rectangle over once; Cancel drops it.
+  Drag(t, *doc, 20, 20, 60, 50);
+  EXPECT_EQ(t.Take(), (Rect{20, 20, 60, 50}));
+  EXPECT_FALSE(t.Shown());
+  EXPECT_FALSE(t.Take());
+  Drag(t, *doc, 20, 20, 60, 50);
+  t.Cancel();
   EXPECT_FALSE(t.Take());
 }
 
@@ -54,20 +64,6 @@ TEST(CropTool, HandlesResizeAndTheInsideMovesWithinTheCanvas) {
     Drag(t, *doc, c.x, c.y, c.toX, c.toY);
     EXPECT_EQ(t.Area(), c.want) << c.x << "," << c.y;
   }
-}
-
-TEST(CropTool, TakeHandsTheRectangleOverOnce) {
-  auto doc = CreateDocument(100, 80, 72, 0xFFFFFFFF, 0);
-  CropTool t;
-  Drag(t, *doc, 20, 20, 60, 50);
-  EXPECT_EQ(t.HandleAt(40, 35, 2), CropHandle::Inside);
-  EXPECT_EQ(t.HandleAt(90, 35, 2), CropHandle::None);
-  EXPECT_EQ(t.Take(), (Rect{20, 20, 60, 50}));
-  EXPECT_FALSE(t.Shown());
-  EXPECT_FALSE(t.Take());
-  Drag(t, *doc, 20, 20, 60, 50);
-  t.Cancel();
-  EXPECT_FALSE(t.Take());
 }
 
 }  // namespace

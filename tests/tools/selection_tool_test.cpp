@@ -43,9 +43,17 @@ void ExpectBox(const Document& doc, const Rect& r) {
     for (int x = 0; x < doc.width; ++x) ASSERT_EQ(doc.selection->At(x, y), r.Contains(x, y) ? 255 : 0);
 }
 
-TEST(SelectionToolBand, ARectangleDragSelectsWholePixelsAsOneStep) {
-  auto doc = Doc();
+// A fresh document and tool for every test.
+class SelectionToolTest : public ::testing::Test {
+ protected:
+  std::unique_ptr<Document> doc = Doc();
   SelectionTool t;
+};
+using SelectionToolBand = SelectionToolTest;
+using SelectionToolOutline = SelectionToolTest;
+using SelectionToolPath = SelectionToolTest;
+
+TEST_F(SelectionToolBand, ARectangleDragSelectsWholePixelsAsOneStep) {
   t.Press(*doc, kToolRectSelect, 10.3, 20.6, 1, 0, {});
   t.TakeOverlayDamage();
   t.Move(*doc, 30, 25);
@@ -68,9 +76,7 @@ TEST(SelectionToolBand, ARectangleDragSelectsWholePixelsAsOneStep) {
   EXPECT_FALSE(t.TakeOverlayDamage().Empty());  // the band must be wiped
 }
 
-TEST(SelectionToolBand, ShiftMakesSquaresAndCirclesInEveryDirection) {
-  auto doc = Doc();
-  SelectionTool t;
+TEST_F(SelectionToolBand, ShiftMakesSquaresAndCirclesInEveryDirection) {
   Drag(t, *doc, kToolRectSelect, 10, 10, 30, 18, kModShift);
   ExpectBox(*doc, {10, 10, 30, 30});
   Drag(t, *doc, kToolRectSelect, 50.2, 50, 35, 45.4, kModShift);
@@ -81,9 +87,7 @@ TEST(SelectionToolBand, ShiftMakesSquaresAndCirclesInEveryDirection) {
   for (int i = 0; i < 20; ++i) EXPECT_EQ(doc->selection->At(60 + i, 30), doc->selection->At(70, 20 + i));
 }
 
-TEST(SelectionToolBand, AClickDeselectsOnlyWhenTheToolWouldStartANewSelection) {
-  auto doc = Doc();
-  SelectionTool t;
+TEST_F(SelectionToolBand, AClickDeselectsOnlyWhenTheToolWouldStartANewSelection) {
   Drag(t, *doc, kToolRectSelect, 10, 10, 20, 20);
   ASSERT_EQ(States(*doc), 1u);
   Click(t, *doc, kToolRectSelect, 50, 50, 0, Mode(kSelectAdd));
@@ -98,9 +102,7 @@ TEST(SelectionToolBand, AClickDeselectsOnlyWhenTheToolWouldStartANewSelection) {
   EXPECT_EQ(States(*doc), 2u);
 }
 
-TEST(SelectionToolBand, ModifiersChooseTheModeAndAShapeOffTheCanvasDoesNothing) {
-  auto doc = Doc();
-  SelectionTool t;
+TEST_F(SelectionToolBand, ModifiersChooseTheModeFeatherSoftensAndAShapeOffTheCanvasDoesNothing) {
   Drag(t, *doc, kToolRectSelect, 10, 10, 40, 40);
   Drag(t, *doc, kToolRectSelect, 30, 30, 60, 60, kModCtrl);            // add
   Drag(t, *doc, kToolRectSelect, 0, 0, 20, 20, kModAlt);               // subtract
@@ -117,25 +119,18 @@ TEST(SelectionToolBand, ModifiersChooseTheModeAndAShapeOffTheCanvasDoesNothing) 
   EXPECT_EQ(States(*doc), 4u);
   t.Press(*doc, kToolRectSelect, 70, 70, 2, 0, {});  // the right button is not the tool's
   EXPECT_FALSE(t.Busy());
-}
-
-TEST(SelectionToolBand, FeatherSoftensTheEdgeWithinTheMargin) {
-  auto doc = Doc();
-  SelectionTool t;
+  // The feather option softens the edge within its margin of 4 x 2.6 + 2.
+  SelectNone(*doc);
   Drag(t, *doc, kToolRectSelect, 30, 20, 70, 60, 0, Mode(kSelectNew, 4));
-  ASSERT_TRUE(doc->selection);
   const Rect b = doc->selectionBounds;
-  EXPECT_TRUE(b.x0 < 30 && b.x0 >= 30 - 12 && b.y1 > 60 && b.y1 <= 60 + 12)  // 4 x 2.6 + 2
-      << b.x0 << "," << b.y1;
+  EXPECT_TRUE(b.x0 < 30 && b.x0 >= 30 - 12 && b.y1 > 60 && b.y1 <= 60 + 12) << b.x0 << "," << b.y1;
   EXPECT_EQ(doc->selection->At(50, 40), 255);
-  EXPECT_GT(doc->selection->At(30, 40), 0);
-  EXPECT_LT(doc->selection->At(30, 40), 255);
+  EXPECT_TRUE(doc->selection->At(30, 40) > 0 && doc->selection->At(30, 40) < 255);
 }
 
-TEST(SelectionToolOutline, DraggingInsideMovesTheMaskAsOneStepAndUndoPutsItBack) {
-  auto doc = Doc();
-  SelectionTool t;
+TEST_F(SelectionToolOutline, DraggingInsideMovesTheMaskAsOneStepAndUndoPutsItBack) {
   Drag(t, *doc, kToolEllipseSelect, 10, 10, 30, 30);
+  const SelectionMask mask = *doc->selection;
   const std::vector<uint8_t> before = Bytes(*doc);
   const Rect beforeBounds = doc->selectionBounds;
   t.Press(*doc, kToolLasso, 15.2, 15.2, 1, 0, {});
@@ -151,20 +146,15 @@ TEST(SelectionToolOutline, DraggingInsideMovesTheMaskAsOneStepAndUndoPutsItBack)
   EXPECT_EQ(t.Overlay().shape, SelectionOverlay::Shape::None);
   EXPECT_EQ(doc->selectionBounds,
             (Rect{beforeBounds.x0 + 6, beforeBounds.y0 - 3, beforeBounds.x1 + 6, beforeBounds.y1 - 3}));
-  for (int y = 0; y < doc->height; ++y)
-    for (int x = 0; x < doc->width; ++x) {
-      const int sx = x - 6, sy = y + 3;
-      const int want = sx >= 0 && sy < doc->height ? before[sy * doc->width + sx] : 0;
-      ASSERT_EQ(doc->selection->At(x, y), want);
-    }
+  SelectionMask moved(doc->width, doc->height);
+  ShiftMask(mask, 6, -3, moved);
+  EXPECT_EQ(Bytes(*doc), testing_support::MaskBytes(moved));
   ASSERT_TRUE(Undo(*doc));
   EXPECT_EQ(Bytes(*doc), before);
   EXPECT_EQ(doc->selectionBounds, beforeBounds);
 }
 
-TEST(SelectionToolOutline, APressInsideThatNeverMovesIsAClick) {
-  auto doc = Doc();
-  SelectionTool t;
+TEST_F(SelectionToolOutline, APressInsideThatNeverMovesIsAClick) {
   // Rectangle, ellipse and lasso deselect in every mode.
   for (int32_t tool : {kToolRectSelect, kToolEllipseSelect, kToolLasso})
     for (int32_t mode : {kSelectNew, kSelectAdd, kSelectSubtract, kSelectIntersect}) {
@@ -188,9 +178,7 @@ TEST(SelectionToolOutline, APressInsideThatNeverMovesIsAClick) {
   ExpectBox(*doc, {20, 20, 25, 25});
 }
 
-TEST(SelectionToolOutline, CancelKeepsAMovedOutlineWithTrueBounds) {
-  auto doc = Doc();
-  SelectionTool t;
+TEST_F(SelectionToolOutline, CancelKeepsAMovedOutlineWithTrueBounds) {
   Drag(t, *doc, kToolRectSelect, 10, 10, 20, 20);
   t.Press(*doc, kToolRectSelect, 15, 15, 1, 0, {});
   t.Move(*doc, 18, 19);
@@ -201,9 +189,7 @@ TEST(SelectionToolOutline, CancelKeepsAMovedOutlineWithTrueBounds) {
   EXPECT_EQ(States(*doc), 2u);
 }
 
-TEST(SelectionToolPath, ALassoNeedsThreePointsAndFollowsThePointer) {
-  auto doc = Doc();
-  SelectionTool t;
+TEST_F(SelectionToolPath, ALassoNeedsThreePointsAndFollowsThePointer) {
   Drag(t, *doc, kToolRectSelect, 60, 60, 70, 70);
   t.Press(*doc, kToolLasso, 10, 10, 1, 0, {});
   t.Release(*doc, 20, 20);  // two points: discarded
@@ -228,9 +214,7 @@ TEST(SelectionToolPath, ALassoNeedsThreePointsAndFollowsThePointer) {
   EXPECT_EQ(States(*doc), 2u);
 }
 
-TEST(SelectionToolPath, APolygonTakesClicksUntilADoubleClickClosesIt) {
-  auto doc = Doc();
-  SelectionTool t;
+TEST_F(SelectionToolPath, APolygonTakesClicksUntilADoubleClickClosesIt) {
   Click(t, *doc, kToolPolygonSelect, 10, 10);
   t.Move(*doc, 50, 10);
   SelectionOverlay o = t.Overlay();
@@ -254,9 +238,7 @@ TEST(SelectionToolPath, APolygonTakesClicksUntilADoubleClickClosesIt) {
   EXPECT_EQ(UndoLabel(*doc), u"Selection");
 }
 
-TEST(SelectionToolPath, KeysAndShortPolygonsLeaveNoTrace) {
-  auto doc = Doc();
-  SelectionTool t;
+TEST_F(SelectionToolPath, KeysAndShortPolygonsLeaveNoTrace) {
   EXPECT_FALSE(t.Key(SelectionKey::Backspace));
   EXPECT_FALSE(t.Key(SelectionKey::Escape));
   Click(t, *doc, kToolPolygonSelect, 10, 10);

@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <tuple>
+#include <vector>
 
 #include "document/blend.h"
 #include "document/history.h"
@@ -106,11 +109,10 @@ TEST_F(Shapes, TheBufferHoldsTheLineWidthAndAClickDrawsNothing) {
     s.lineWidth = width;
     ASSERT_TRUE(DrawShapeOnLayer(*doc, s));
     const ShapeDrawing& d = FakeDrawer::last;
-    const double room = width / 2.0;
-    EXPECT_GE(std::min(d.x0, d.x1), room) << width;
-    EXPECT_GE(std::min(d.y0, d.y1), room) << width;
-    EXPECT_GE(FakeDrawer::bufferWidth - std::max(d.x0, d.x1), room) << width;
-    EXPECT_GE(FakeDrawer::bufferHeight - std::max(d.y0, d.y1), room) << width;
+    const double room = std::min({std::min(d.x0, d.x1), std::min(d.y0, d.y1),
+                                  FakeDrawer::bufferWidth - std::max(d.x0, d.x1),
+                                  FakeDrawer::bufferHeight - std::max(d.y0, d.y1)});
+    EXPECT_GE(room, width / 2.0) << width;  // on every side
     EXPECT_EQ(d.lineWidth, width);
   }
   auto doc = Doc();
@@ -134,17 +136,16 @@ TEST_F(Shapes, PastTheCanvasALayerKeepsExtendedContentAndUndoIsExact) {
   const Layer& l = doc->layers[1];
   ASSERT_TRUE(l.extended);
   EXPECT_EQ(l.extended->x, 0);
-  EXPECT_GE(l.extended->x + l.extended->pixels.Width(), 30);
-  EXPECT_EQ(l.extended->pixels.At(28 - l.extended->x, 6 - l.extended->y), 0xFFCC2211u);
-  EXPECT_EQ(l.extended->pixels.At(5 - l.extended->x, 6 - l.extended->y), 0xFF445566u);
-  EXPECT_EQ(l.pixels.At(19, 6), 0xFFCC2211u);
+  EXPECT_GE(l.extended->pixels.Width(), 30);
+  const auto beyond = [&](int32_t x, int32_t y) { return l.extended->pixels.At(x - l.extended->x, y - l.extended->y); };
+  EXPECT_EQ((std::vector{beyond(28, 6), beyond(5, 6), l.pixels.At(19, 6)}),
+            (std::vector{0xFFCC2211u, 0xFF445566u, 0xFFCC2211u}));
   EXPECT_EQ(doc->history.states.back().kind, HistoryKind::OneLayer);
   EXPECT_EQ(UndoLabel(*doc), u"Shape");
   // A second shape inside the canvas changes the extended content too.
   ASSERT_TRUE(DrawShapeOnLayer(*doc, Spec(ShapeType::Line, 2, 11, 6, 12)));
   EXPECT_EQ(UndoLabel(*doc), u"Line");
-  EXPECT_EQ(doc->layers[1].extended->pixels.At(4 - doc->layers[1].extended->x, 11 - doc->layers[1].extended->y),
-            0xFFCC2211u);
+  EXPECT_EQ(beyond(4, 11), 0xFFCC2211u);
   const Layer after = doc->layers[1];
   ASSERT_TRUE(Undo(*doc));
   ASSERT_TRUE(Undo(*doc));
@@ -202,9 +203,8 @@ TEST_F(Shapes, TheDragShowsItsShapeAndTheReleaseDrawsIt) {
   ShapeOverlay overlay = tool.Overlay();
   ASSERT_TRUE(overlay.shown);
   EXPECT_EQ(overlay.shape.type, ShapeType::Ellipse);
-  EXPECT_EQ(overlay.shape.outline, 0xFF112233u);
-  EXPECT_EQ(overlay.shape.fill, 0xFF445566u);
-  EXPECT_EQ(overlay.shape.style, 2);
+  EXPECT_EQ(std::tuple(overlay.shape.outline, overlay.shape.fill, overlay.shape.style),
+            std::tuple(0xFF112233u, 0xFF445566u, 2));
   EXPECT_DOUBLE_EQ(overlay.shape.x1, 25);
   EXPECT_EQ(tool.OverlayBounds(), (Rect{1, 2, 29, 20}));
   EXPECT_EQ(tool.TakeOverlayDamage(), (Rect{1, 2, 29, 20}));
@@ -214,8 +214,8 @@ TEST_F(Shapes, TheDragShowsItsShapeAndTheReleaseDrawsIt) {
   EXPECT_EQ(tool.TakeOverlayDamage(), (Rect{1, 2, 29, 30}));
   EXPECT_TRUE(tool.Release(*doc, 25, 16, kModShift));
   EXPECT_FALSE(tool.Busy());
-  EXPECT_EQ(FakeDrawer::last.x1 - FakeDrawer::last.x0, 20);
-  EXPECT_EQ(FakeDrawer::last.y1 - FakeDrawer::last.y0, 20);
+  EXPECT_EQ(std::pair(FakeDrawer::last.x1 - FakeDrawer::last.x0, FakeDrawer::last.y1 - FakeDrawer::last.y0),
+            std::pair(20.0, 20.0));
   EXPECT_EQ(UndoLabel(*doc), u"Shape");
   EXPECT_EQ(doc->history.states.size(), 1u);
 

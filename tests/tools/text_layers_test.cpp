@@ -10,9 +10,8 @@
 #include "document/layer_commands.h"
 #include "pixels.h"
 #include "platform/drawing_bridge.h"
-#include "tools/brush_engine.h"
+#include "tool_helpers.h"
 #include "tools/move_tool.h"
-#include "tools/selection.h"
 #include "tools/shapes.h"
 
 namespace tavora {
@@ -61,13 +60,7 @@ class TextLayers : public ::testing::Test {
   void SetUp() override { SetSystemDrawing(&kFake); }
   void TearDown() override { SetSystemDrawing(nullptr); }
 
-  // A white Background and an active layer above it.
-  static std::unique_ptr<Document> Doc(int w = 40, int h = 30) {
-    auto doc = CreateDocument(w, h, 72, 0xFFFFFFFF, 0);
-    doc->layers.emplace_back(w, h, u"Layer 2");
-    doc->active = 1;
-    return doc;
-  }
+  static std::unique_ptr<Document> Doc() { return testing_support::WithLayer(40, 30); }
   // New text on a layer of its own, clicked at (x, y).
   static TextOutcome Add(Document& doc, double x, double y, const TextValues& v) {
     return ApplyTextClick(doc, TextClickAt(doc, x, y), v, ToolOptions{});
@@ -101,14 +94,11 @@ TEST_F(TextLayers, AddingPutsTheTextOnANewLayerWithItsRecordAsOneStep) {
   const Layer& l = doc->layers[1];
   ASSERT_TRUE(l.text);
   EXPECT_EQ(l.text->text, u"ab\ncde");
-  EXPECT_EQ(l.text->x, 8);  // the box's corner 2 up and left of the click
-  EXPECT_EQ(l.text->y, 4);
   EXPECT_EQ(l.text->color, 0xFF00FF00u);
+  EXPECT_EQ(std::pair(l.text->x, l.text->y), std::pair(8, 4));  // the box's corner 2 up and left of the click
   // The box is 16 x 12: the rendering at (8, 4), nothing else.
-  EXPECT_EQ(l.pixels.At(10, 6), 0xC800FF00u);
-  EXPECT_EQ(l.pixels.At(21, 13), 0xC800FF00u);
-  EXPECT_EQ(l.pixels.At(22, 6), 0u);
-  EXPECT_EQ(l.pixels.At(9, 6), 0u);
+  for (auto [x, y, want] : {std::tuple{10, 6, 0xC800FF00u}, {21, 13, 0xC800FF00u}, {22, 6, 0u}, {9, 6, 0u}})
+    EXPECT_EQ(l.pixels.At(x, y), want) << x << "," << y;
   EXPECT_FALSE(l.extended);
   EXPECT_EQ(UndoLabel(*doc), u"Add Text");
   ASSERT_TRUE(Undo(*doc));
@@ -120,8 +110,7 @@ TEST_F(TextLayers, AddingPutsTheTextOnANewLayerWithItsRecordAsOneStep) {
   ASSERT_EQ(Add(*doc, 35, 27, Values(u"wide text")), TextOutcome::Added);
   const Layer& edge = doc->layers[doc->active];
   ASSERT_TRUE(edge.extended);
-  EXPECT_EQ(edge.extended->x, 33);
-  EXPECT_EQ(edge.extended->y, 25);
+  EXPECT_EQ(std::pair(edge.extended->x, edge.extended->y), std::pair(33, 25));
   EXPECT_EQ(edge.extended->pixels.Width(), 40);
   EXPECT_EQ(edge.extended->pixels.At(30, 3), 0xC80000FFu);
   EXPECT_EQ(edge.pixels.At(39, 29), 0xC80000FFu);
@@ -238,9 +227,7 @@ TEST_F(TextLayers, OtherEditsEndEditabilityAndUndoBringsItBack) {
   const Surface rendered = doc->layers[text].pixels;
 
   // A brush stroke: a tile step, so the layer is first kept whole.
-  BrushParams brush;
-  BeginStroke(*doc, 20, 20, 1, brush);
-  EndStroke(*doc);
+  testing_support::Stroke(*doc, BrushParams{}, {{20, 20}});
   EXPECT_FALSE(doc->layers[text].text);
   std::vector<std::u16string> rows = HistoryRows(*doc);
   EXPECT_EQ(rows[rows.size() - 2], u"Rasterize Text");
@@ -267,8 +254,7 @@ TEST_F(TextLayers, OtherEditsEndEditabilityAndUndoBringsItBack) {
   MoveTool move;
   move.Nudge(*doc, 3, -1, 0);
   move.Commit(*doc);
-  EXPECT_EQ(doc->layers[text].text->x, 7);
-  EXPECT_EQ(doc->layers[text].text->y, 3);
+  EXPECT_EQ(std::pair(doc->layers[text].text->x, doc->layers[text].text->y), std::pair(7, 3));
   EXPECT_EQ(TextLayerAt(*doc, 8, 4), text);
   SelectAll(*doc);
   move.Nudge(*doc, 1, 0, 0);

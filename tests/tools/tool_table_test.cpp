@@ -48,31 +48,31 @@ TEST(ToolTable, IdsOptionKeysAndDefaultsAgree) {
 }
 
 TEST(ToolTable, KeysSelectToolsAndStepThroughSharedKeys) {
-  EXPECT_EQ(ToolForKey(u'B', false, kToolRectSelect), kToolBrush);
-  EXPECT_EQ(ToolForKey(u'M', false, kToolBrush), kToolRectSelect);
-  EXPECT_EQ(ToolForKey(u'M', false, kToolRectSelect), kToolEllipseSelect);
-  EXPECT_EQ(ToolForKey(u'M', false, kToolEllipseSelect), kToolRectSelect);
+  const struct {
+    char16_t key;
+    bool shift;
+    int32_t from, want;
+  } keys[] = {
+      {u'B', false, kToolRectSelect, kToolBrush},      {u'M', false, kToolBrush, kToolRectSelect},
+      {u'M', false, kToolRectSelect, kToolEllipseSelect}, {u'M', false, kToolEllipseSelect, kToolRectSelect},
+      {u'L', false, kToolBrush, kToolLasso},           {u'L', true, kToolLasso, kToolPolygonSelect},
+      {u'J', true, kToolBrush, kToolHeal},             {u'O', true, kToolBrush, kToolBurn},
+      {u'B', true, kToolBrush, -1},                    {u'X', false, kToolBrush, -1},
+  };
+  for (const auto& k : keys) EXPECT_EQ(ToolForKey(k.key, k.shift, k.from), k.want) << char(k.key) << k.shift << k.from;
   int32_t tool = kToolBrush;
   std::vector<int32_t> shapes;
   for (int i = 0; i < 5; ++i) shapes.push_back(tool = ToolForKey(u'U', false, tool));
   EXPECT_EQ(shapes, (std::vector<int32_t>{kToolLine, kToolRectangle, kToolEllipse, kToolRoundedRect, kToolLine}));
-  EXPECT_EQ(ToolForKey(u'L', false, kToolBrush), kToolLasso);
-  EXPECT_EQ(ToolForKey(u'L', true, kToolLasso), kToolPolygonSelect);
-  EXPECT_EQ(ToolForKey(u'J', true, kToolBrush), kToolHeal);
-  EXPECT_EQ(ToolForKey(u'O', true, kToolBrush), kToolBurn);
-  EXPECT_EQ(ToolForKey(u'B', true, kToolBrush), -1);
-  EXPECT_EQ(ToolForKey(u'X', false, kToolBrush), -1);
 }
 
 TEST(ToolColors, HexTextBothWays) {
   EXPECT_EQ(ColorToHex(0xFF12ABEF), u"12ABEF");
   EXPECT_EQ(ColorToHex(0xFF000000), u"000000");
-  EXPECT_EQ(ColorFromHex(u"12abef", 0), 0xFF12ABEFu);
-  EXPECT_EQ(ColorFromHex(u" FF ", 0), 0xFF0000FFu);
-  EXPECT_EQ(ColorFromHex(u"7F00FF00", 0), 0xFF00FF00u);  // alpha is always opaque
-  EXPECT_EQ(ColorFromHex(u"red", 0xFF010203), 0xFF010203u);
-  EXPECT_EQ(ColorFromHex(u"", 0xFF010203), 0xFF010203u);
-  EXPECT_EQ(ColorFromHex(u"123456789", 0xFF010203), 0xFF010203u);
+  // Alpha is always opaque; text that is not hex, or too long, keeps the fallback.
+  for (auto [text, want] : {std::pair{u"12abef", 0xFF12ABEFu}, {u" FF ", 0xFF0000FFu}, {u"7F00FF00", 0xFF00FF00u},
+                            {u"red", 0xFF010203u}, {u"", 0xFF010203u}, {u"123456789", 0xFF010203u}})
+    EXPECT_EQ(ColorFromHex(text, 0xFF010203), want) << std::hex << want;
 }
 
 TEST(ToolSettingsRecords, SwitchingToolsKeepsEachToolsOwnRecord) {
@@ -174,12 +174,9 @@ TEST(ToolSettingsSave, ResetWritesEveryDefaultAgain) {
 
 TEST(ToolOptionsBarValues, TypedNumbersChoicesAndTitles) {
   const OptionDef& size = *FindOption(u"size");
-  EXPECT_EQ(ParseOptionValue(size, u"40"), 40);
-  EXPECT_EQ(ParseOptionValue(size, u" 900 "), 500);
-  EXPECT_EQ(ParseOptionValue(size, u"0"), 1);
-  EXPECT_EQ(ParseOptionValue(size, u""), std::nullopt);
-  EXPECT_EQ(ParseOptionValue(size, u"4x"), std::nullopt);
-  EXPECT_EQ(ParseOptionValue(size, u"99999999999"), std::nullopt);
+  for (auto [text, want] : {std::pair{u"40", std::optional(40)}, {u" 900 ", 500}, {u"0", 1}, {u"", std::nullopt},
+                            {u"4x", std::nullopt}, {u"99999999999", std::nullopt}})
+    EXPECT_EQ(ParseOptionValue(size, text), want);
   const OptionDef& sample = *FindOption(u"sample");
   EXPECT_EQ(ChoiceValue(sample, 2), 5);
   EXPECT_EQ(ChoiceIndex(sample, 9), 3);
