@@ -17,8 +17,9 @@ inline void LayEffectRow(uint32_t* out, const uint32_t* src, int32_t n, uint32_t
   LayRow(out, src, n, opacity, 0);
 }
 
-// Off: every pixel takes the plain per-pixel path, so tests can hold the
-// wide paths to it. On by default.
-void AllowWideCompositingForTesting(bool allowed);
+// allowed false: every pixel takes the plain per-pixel path, so tests can
+// hold the wide paths to it; avx2 false keeps to the four-pixel loop. Both
+// on by default.
+void AllowWideCompositingForTesting(bool allowed, bool avx2 = true);
 
 }  // namespace tavora

@@ -32,6 +32,23 @@ std::vector<uint32_t> RandomRow(std::mt19937& rng, int n) {
   return row;
 }
 
+// The row laid by the plain per-pixel path, then by the four-pixel and the
+// eight-pixel (AVX2, where the processor has it) loops: all must agree.
+void ExpectWideEqualsPlain(const std::vector<uint32_t>& src, const std::vector<uint32_t>& backdrop,
+                           uint32_t opacity, int mode, const char* what) {
+  const int32_t n = static_cast<int32_t>(src.size());
+  std::vector<uint32_t> plain = backdrop;
+  AllowWideCompositingForTesting(false);
+  LayRow(plain.data(), src.data(), n, opacity, mode);
+  for (bool avx2 : {false, true}) {
+    std::vector<uint32_t> wide = backdrop;
+    AllowWideCompositingForTesting(true, avx2);
+    LayRow(wide.data(), src.data(), n, opacity, mode);
+    EXPECT_EQ(wide, plain) << what << ": mode " << mode << ", opacity " << opacity << (avx2 ? ", AVX2" : "");
+  }
+  AllowWideCompositingForTesting(true);
+}
+
 TEST(WideCompositing, EqualsThePerPixelPathForEveryModeAndOpacity) {
   std::mt19937 rng(11);
   const uint32_t opacities[] = {0, 1, 127, 128, 254, 255};
@@ -39,14 +56,7 @@ TEST(WideCompositing, EqualsThePerPixelPathForEveryModeAndOpacity) {
     for (uint32_t opacity : opacities) {
       for (int trial = 0; trial < 40; ++trial) {
         const int n = static_cast<int>(rng() % 40);
-        const std::vector<uint32_t> src = RandomRow(rng, n);
-        std::vector<uint32_t> wide = RandomRow(rng, n), plain = wide;
-        AllowWideCompositingForTesting(true);
-        LayRow(wide.data(), src.data(), n, opacity, mode);
-        AllowWideCompositingForTesting(false);
-        LayRow(plain.data(), src.data(), n, opacity, mode);
-        AllowWideCompositingForTesting(true);
-        ASSERT_EQ(wide, plain) << "mode " << mode << " opacity " << opacity << " trial " << trial;
+        ExpectWideEqualsPlain(RandomRow(rng, n), RandomRow(rng, n), opacity, mode, "random row");
       }
     }
   }
@@ -61,15 +71,7 @@ TEST(WideCompositing, OpaqueBackdropFormulasMatchTheTablesOnEveryChannelPair) {
       base[b * 256 + s] = 0xFF000000u | b << 16 | (255 - b) << 8 | b;
       src[b * 256 + s] = (s == 0 ? 0x80000000u : 0xFF000000u) | s << 16 | s << 8 | (255 - s);
     }
-  for (int mode = 0; mode < kBlendModeCount; ++mode) {
-    std::vector<uint32_t> wide = base, plain = base;
-    AllowWideCompositingForTesting(true);
-    LayRow(wide.data(), src.data(), static_cast<int32_t>(src.size()), 255, mode);
-    AllowWideCompositingForTesting(false);
-    LayRow(plain.data(), src.data(), static_cast<int32_t>(src.size()), 255, mode);
-    AllowWideCompositingForTesting(true);
-    ASSERT_EQ(wide, plain) << "mode " << mode;
-  }
+  for (int mode = 0; mode < kBlendModeCount; ++mode) ExpectWideEqualsPlain(src, base, 255, mode, "channel pairs");
 }
 
 }  // namespace
