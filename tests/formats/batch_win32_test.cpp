@@ -38,12 +38,7 @@ TEST(BatchGdiplus, TransparentPngToJpegOverWhiteAndTheLaterTiffWins) {
   ASSERT_TRUE(GdiplusCodecs().encode(src / "b.tif", red, 96, tiff));
   ASSERT_TRUE(GdiplusCodecs().encode(src / "b.tiff", green, 96, tiff));
 
-  BatchOptions o;
-  o.source = src.path();
-  o.dest = dst.path();
-  o.format = 1;  // JPEG
-  o.workers = 2;
-  BatchJob job(o);
+  BatchJob job({.source = src.path(), .dest = dst.path(), .format = 1 /* JPEG */, .workers = 2});
   job.Start();
   job.Wait();
   EXPECT_EQ(job.Outcome().converted, 3);

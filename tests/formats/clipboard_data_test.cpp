@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <tuple>
 
 #include "document/history.h"
 #include "pixels.h"
@@ -30,11 +31,8 @@ TEST(ClipboardData, CopiedAlphaFollowsTheSelectionAndTheBlockRoundTrips) {
   ASSERT_EQ(block.size(), 124u + 2 * 2 * 4);
   uint32_t header[8];
   std::memcpy(header, block.data(), sizeof header);
-  EXPECT_EQ(header[0], 124u);
-  EXPECT_EQ(header[1], 2u);
-  EXPECT_EQ(header[2], 2u);         // positive: bottom-up
-  EXPECT_EQ(header[4], 3u);         // bit fields
-  EXPECT_EQ(header[6], 3779u);      // 96 dpi in pixels per metre
+  // Size, width, a positive height (bottom-up), bit fields, 96 dpi in pixels per metre.
+  EXPECT_EQ(std::tuple(header[0], header[1], header[2], header[4], header[6]), std::tuple(124u, 2u, 2u, 3u, 3779u));
   EXPECT_EQ(std::memcmp(&block[56], "BGRs", 4), 0);
   uint32_t firstStored;
   std::memcpy(&firstStored, &block[124], 4);

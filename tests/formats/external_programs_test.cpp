@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <tuple>
 
 #include "temp_dir.h"
 
@@ -70,13 +71,10 @@ TEST(Upscayl, RememberedChoicesAreChecked) {
   EXPECT_EQ(LoadUpscaylChoice(settings).scale, 4);
   settings.SetString(u"External", u"UpscaylScale", u"7");
   settings.SetString(u"External", u"UpscaylModel", u"nonsense");
-  EXPECT_EQ(LoadUpscaylChoice(settings).scale, 4);
-  EXPECT_EQ(LoadUpscaylChoice(settings).model, 0);
+  EXPECT_EQ(std::pair(LoadUpscaylChoice(settings).scale, LoadUpscaylChoice(settings).model), std::pair(4, 0));
   SaveUpscaylChoice(settings, {2, 3, true});
   const UpscaylChoice back = LoadUpscaylChoice(settings);
-  EXPECT_EQ(back.scale, 2);
-  EXPECT_EQ(back.model, 3);
-  EXPECT_TRUE(back.tta);
+  EXPECT_EQ(std::tuple(back.scale, back.model, back.tta), std::tuple(2, 3, true));
   EXPECT_EQ(settings.GetString(u"External", u"UpscaylModel"), u"remacri");
 }
 

@@ -124,8 +124,7 @@ TEST_F(UpscaylRun, SuccessOpensTheEnginesImageOnceTheWindowIsFree) {
   EXPECT_EQ(g_opened, expected);
   const auto image = GdiplusCodecs().decode(expected);
   ASSERT_TRUE(image);
-  ASSERT_EQ(image->pixels.Width(), 6);
-  ASSERT_EQ(image->pixels.Height(), 4);
+  ASSERT_EQ(std::pair(image->pixels.Width(), image->pixels.Height()), std::pair(6, 4));
   EXPECT_EQ(image->pixels.At(5, 3), 0xFF0000C8u | 200u << 16);
   EXPECT_EQ(image->pixels.At(2, 1), 0xFF640000u);
 }
@@ -179,7 +178,13 @@ TEST_F(UpscaylRun, SecondJobWaitsForTheFirst) {
   EXPECT_EQ(TakeUpscaylResult(second->lParam).image, dir / "photo_digital-art-3x_2.png");
 }
 
-TEST_F(UpscaylRun, MissingEngineModelsOrFileGiveTheirMessages) {
+TEST_F(UpscaylRun, MissingProgramsModelsOrFileAreRefused) {
+  // Photoshop is started only when it is a real program.
+  EXPECT_TRUE(StartPhotoshop(engine, photo));
+  Touch(dir / "Photoshop.exe");
+  EXPECT_FALSE(StartPhotoshop(dir / "Photoshop.exe", photo));
+  EXPECT_FALSE(StartPhotoshop(dir / "Adobe" / "Photoshop.exe", photo));
+
   const auto missing = [](const std::filesystem::path& configured) {
     const auto found = FindUpscaylSetup(configured);
     return std::holds_alternative<std::u16string>(found) ? std::get<std::u16string>(found) : u"";
@@ -194,14 +199,6 @@ TEST_F(UpscaylRun, MissingEngineModelsOrFileGiveTheirMessages) {
   const auto made = MakeUpscaylJob(Installed(), photo, {}, window);
   ASSERT_TRUE(std::holds_alternative<std::u16string>(made));
   EXPECT_EQ(std::get<std::u16string>(made), kFileGone);
-}
-
-TEST_F(UpscaylRun, PhotoshopStartsOnlyARealProgram) {
-  EXPECT_TRUE(StartPhotoshop(engine, photo));
-  const auto notProgram = dir / "Photoshop.exe";
-  Touch(notProgram);
-  EXPECT_FALSE(StartPhotoshop(notProgram, photo));
-  EXPECT_FALSE(StartPhotoshop(dir / "Adobe" / "Photoshop.exe", photo));
 }
 
 }  // namespace

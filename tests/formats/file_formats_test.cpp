@@ -2,68 +2,31 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
+#include "fake_codec.h"
 #include "formats/layered_format.h"
 #include "temp_dir.h"
 
 namespace tavora {
 namespace {
 
+using testing_support::FakeCodec;
+using testing_support::Px;
 using testing_support::TempDir;
+using testing_support::WithFakeCodec;
 
 TEST(FileTables, SixteenExtensionsOpenAndEachHasItsReader) {
-  int supported = 0;
   for (const char* ext : {".png", ".jpg", ".jpeg", ".jpe", ".jfif", ".bmp", ".dib", ".gif", ".tif",
-                          ".tiff", ".ico", ".webp", ".hdr", ".tvl", ".kzl", ".psd"}) {
+                          ".tiff", ".ico", ".webp", ".hdr", ".tvl", ".kzl", ".psd", "\\x\\PHOTO.JPG"})
     EXPECT_TRUE(IsSupportedExtension(std::string("a") + ext)) << ext;
-    ++supported;
-  }
-  EXPECT_EQ(supported, 16);
-  EXPECT_TRUE(IsSupportedExtension("C:\\x\\PHOTO.JPG"));
-  EXPECT_FALSE(IsSupportedExtension("a.pic"));  // an HDR name, but not in the open list
-  EXPECT_FALSE(IsSupportedExtension("a.txt"));
-  EXPECT_FALSE(IsSupportedExtension("png"));
-  EXPECT_EQ(ClassifyFile("a.KZL"), FileClass::NativeLayered);
-  EXPECT_EQ(ClassifyFile("a.psd"), FileClass::Photoshop);
-  EXPECT_EQ(ClassifyFile("a.pic"), FileClass::RadianceHdr);
-  EXPECT_EQ(ClassifyFile("a.HDR"), FileClass::RadianceHdr);
-  EXPECT_EQ(ClassifyFile("a.webp"), FileClass::WebP);
-  EXPECT_EQ(ClassifyFile("a.dib"), FileClass::SystemCodec);
+  // ".pic" is an HDR name, but not in the open list.
+  for (const char* name : {"a.pic", "a.txt", "png"}) EXPECT_FALSE(IsSupportedExtension(name)) << name;
+  for (auto [name, kind] : {std::pair{"a.KZL", FileClass::NativeLayered}, {"a.psd", FileClass::Photoshop},
+                            {"a.pic", FileClass::RadianceHdr}, {"a.HDR", FileClass::RadianceHdr},
+                            {"a.webp", FileClass::WebP}, {"a.dib", FileClass::SystemCodec}})
+    EXPECT_EQ(ClassifyFile(name), kind) << name;
 }
-
-// A codec for the tests: decodes every file to a fixed 3 x 2 picture and
-// records what it was asked to encode.
-struct FakeCodec {
-  static inline Surface encoded;
-  static inline EncodeOptions lastOptions;
-  static inline int32_t lastDpi = 0;
-  static inline int32_t fileDpi = 0;
-  static inline bool fail = false;
-  static std::optional<DecodedImage> Decode(const std::filesystem::path&) {
-    if (fail) return std::nullopt;
-    DecodedImage image{Surface(3, 2), fileDpi};
-    image.pixels.Fill(0xFF102030);
-    image.pixels.At(2, 1) = 0x80FFFFFF;
-    return image;
-  }
-  static bool Encode(const std::filesystem::path&, const Surface& pixels, int32_t dpi,
-                     const EncodeOptions& options) {
-    encoded = pixels;
-    lastDpi = dpi;
-    lastOptions = options;
-    return !fail;
-  }
-  static constexpr SystemCodec kTable{&Decode, &Encode};
-};
-
-class WithFakeCodec : public ::testing::Test {
- protected:
-  void SetUp() override {
-    FakeCodec::fail = false;
-    FakeCodec::fileDpi = 0;
-    SetSystemCodec(&FakeCodec::kTable);
-  }
-  void TearDown() override { SetSystemCodec(nullptr); }
-};
 
 std::vector<std::u16string> Labels(const std::vector<DialogFilter>& filters) {
   std::vector<std::u16string> labels;
@@ -126,12 +89,10 @@ TEST(SaveNames, FilterIndexRulesFollowTheList) {
   EXPECT_EQ(DefaultSaveFilterIndex(*one), 1);
   EXPECT_EQ(DefaultSaveFilterIndex(*two), 7);
   EXPECT_EQ(ProposedSaveName(*one), one->title + u".png");
-  EXPECT_EQ(WithSaveExtension("photo", 2), std::filesystem::path("photo.jpg"));
-  EXPECT_EQ(WithSaveExtension("photo", 6), std::filesystem::path("photo.webp"));
-  EXPECT_EQ(WithSaveExtension("photo", 7), std::filesystem::path("photo.tvl"));
-  EXPECT_EQ(WithSaveExtension("photo", 0), std::filesystem::path("photo.png"));
-  EXPECT_EQ(WithSaveExtension("photo", 99), std::filesystem::path("photo.tvl"));
-  EXPECT_EQ(WithSaveExtension("photo.bmp", 2), std::filesystem::path("photo.bmp"));
+  for (auto [name, index, want] : {std::tuple{"photo", 2, "photo.jpg"}, {"photo", 6, "photo.webp"},
+                                   {"photo", 7, "photo.tvl"}, {"photo", 0, "photo.png"}, {"photo", 99, "photo.tvl"},
+                                   {"photo.bmp", 2, "photo.bmp"}})
+    EXPECT_EQ(WithSaveExtension(name, index), std::filesystem::path(want)) << name << " " << index;
   // Without a codec PNG is missing and the layered format stands in for it.
   SetSystemCodec(nullptr);
   EXPECT_EQ(DefaultSaveFilterIndex(*one), 2);
@@ -151,11 +112,9 @@ TEST(SaveNames, ProposalsAndFormatCodes) {
   EXPECT_EQ(ProposedSaveName(*doc), u"holiday.photo.tvl");
   SetSystemCodec(nullptr);
 
-  EXPECT_EQ(EncodeOptionsFor("a.JFIF", *doc).format, SaveFormat::Jpeg);
-  EXPECT_EQ(EncodeOptionsFor("a.tiff", *doc).format, SaveFormat::Tiff);
-  EXPECT_EQ(EncodeOptionsFor("a.gif", *doc).format, SaveFormat::Gif);
-  EXPECT_EQ(EncodeOptionsFor("a.webp", *doc).format, SaveFormat::WebP);
-  EXPECT_EQ(EncodeOptionsFor("a.xyz", *doc).format, SaveFormat::Png);
+  for (auto [name, format] : {std::pair{"a.JFIF", SaveFormat::Jpeg}, {"a.tiff", SaveFormat::Tiff},
+                              {"a.gif", SaveFormat::Gif}, {"a.webp", SaveFormat::WebP}, {"a.xyz", SaveFormat::Png}})
+    EXPECT_EQ(EncodeOptionsFor(name, *doc).format, format) << name;
   EXPECT_EQ(EncodeOptionsFor("a.jpg", *doc).quality, 90);
   EXPECT_EQ(EncodeOptionsFor("a.gif", *doc).paletteSize, 0);  // full colour
   doc->colorCount = 16;
@@ -183,15 +142,13 @@ TEST(SaveNames, TheFlattenWarningComesOnlyForANewNameOfALayeredPicture) {
 TEST_F(WithFakeCodec, OpenedPicturesBecomeOneLayerDocuments) {
   auto doc = ReadDocumentFile("C:\\pics\\Cat.PNG");
   ASSERT_TRUE(doc);
-  EXPECT_EQ(doc->width, 3);
-  EXPECT_EQ(doc->dpi, 72);  // the file gave none
-  EXPECT_EQ(doc->title, u"Cat.PNG");
-  EXPECT_EQ(doc->path, std::filesystem::path("C:\\pics\\Cat.PNG"));
-  EXPECT_FALSE(doc->modified);
+  // The file gave no dpi: 72.
+  EXPECT_EQ(std::tuple(doc->width, doc->dpi, doc->title, doc->path, doc->modified),
+            std::tuple(3, 72, u"Cat.PNG", std::filesystem::path("C:\\pics\\Cat.PNG"), false));
   ASSERT_EQ(doc->LayerCount(), 1);
   EXPECT_EQ(doc->layers[0].Name(), u"Background");
   EXPECT_FALSE(doc->layers[0].opaqueBackground);  // one half-transparent pixel
-  EXPECT_EQ(doc->layers[0].pixels.At(2, 1), 0x80FFFFFFu);
+  EXPECT_EQ(doc->layers[0].pixels.At(0, 0), Px(128, 200, 0, 0));
   FakeCodec::fileDpi = 300;
   EXPECT_EQ(ReadDocumentFile("a.jpg")->dpi, 300);
   FakeCodec::fail = true;
@@ -211,12 +168,13 @@ TEST_F(WithFakeCodec, FlatFormatsGetTheFlattenedPictureOpaqueWhereNeeded) {
   doc->layers[1].pixels.At(1, 0) = 0xFF00FF00;
   EncodeOptions png = EncodeOptionsFor("a.png", *doc);
   ASSERT_TRUE(WriteDocumentFile(*doc, "a.png", png));
-  EXPECT_EQ(FakeCodec::encoded.At(0, 0), 0x80FF0000u);  // alpha kept
-  EXPECT_EQ(FakeCodec::encoded.At(1, 0), 0xFF00FF00u);
-  EXPECT_EQ(FakeCodec::lastDpi, 150);
+  const FakeCodec::Encoded& flat = FakeCodec::encoded.at("a.png");
+  EXPECT_EQ(flat.pixels.At(0, 0), 0x80FF0000u);  // alpha kept
+  EXPECT_EQ(flat.pixels.At(1, 0), 0xFF00FF00u);
+  EXPECT_EQ(flat.dpi, 150);
   ASSERT_TRUE(WriteDocumentFile(*doc, "a.jpg", EncodeOptionsFor("a.jpg", *doc)));
-  EXPECT_EQ(FakeCodec::encoded.At(0, 0), 0xFFFF7F7Fu);  // half red on white
-  EXPECT_EQ(FakeCodec::lastOptions.format, SaveFormat::Jpeg);
+  EXPECT_EQ(FakeCodec::encoded.at("a.jpg").pixels.At(0, 0), 0xFFFF7F7Fu);  // half red on white
+  EXPECT_EQ(FakeCodec::encoded.at("a.jpg").options.format, SaveFormat::Jpeg);
   EXPECT_EQ(doc->LayerCount(), 2);  // the document itself keeps its layers
   FakeCodec::fail = true;
   EXPECT_FALSE(WriteDocumentFile(*doc, "a.png", png));
@@ -244,16 +202,12 @@ TEST(RecentFileList, NewestFirstEightAtMostWithoutDuplicates) {
   RecentFiles recent;
   recent.Load(settings);
   EXPECT_TRUE(recent.Paths().empty());
-  for (int i = 1; i <= 9; ++i)
-    recent.Add("C:\\p\\" + std::to_string(i) + ".png", settings);
-  ASSERT_EQ(recent.Paths().size(), 8u);
-  EXPECT_EQ(recent.Paths()[0], u"C:\\p\\9.png");
-  EXPECT_EQ(recent.Paths()[7], u"C:\\p\\2.png");  // the first one was pushed out
+  for (int i = 1; i <= 9; ++i) recent.Add("C:\\p\\" + std::to_string(i) + ".png", settings);
   recent.Add("c:\\P\\7.PNG", settings);  // the third again, in other case
-  EXPECT_EQ(recent.Paths().size(), 8u);
-  EXPECT_EQ(recent.Paths()[0], u"c:\\P\\7.PNG");
-  EXPECT_EQ(recent.Paths()[1], u"C:\\p\\9.png");
-  EXPECT_EQ(recent.Paths()[3], u"C:\\p\\6.png");
+  // Newest first, the first one pushed out, the older 7 gone.
+  EXPECT_EQ(recent.Paths(), (std::vector<std::u16string>{u"c:\\P\\7.PNG", u"C:\\p\\9.png", u"C:\\p\\8.png",
+                                                         u"C:\\p\\6.png", u"C:\\p\\5.png", u"C:\\p\\4.png",
+                                                         u"C:\\p\\3.png", u"C:\\p\\2.png"}));
   EXPECT_EQ(settings.GetString(u"Recent", u"r0"), u"c:\\P\\7.PNG");
   EXPECT_EQ(settings.GetString(u"Recent", u"r7"), u"C:\\p\\2.png");
 

@@ -5,12 +5,16 @@
 #include <cstdlib>
 #include <vector>
 
-#include "jpeg_samples.h"
+#include "file_bytes.h"
 
 namespace tavora {
 namespace {
 
-using namespace testing_support;
+// Small JPEG files made with ImageMagick from a 64 x 32 picture of eight flat
+// 16 x 16 colour squares: 4:4:4, 4:2:0, grey, progressive, and 60 x 30 cut.
+testing_support::Bytes Sample(const char* name) {
+  return testing_support::ReadBytes(std::filesystem::path(TAVORA_SOURCE_DIR) / "tests" / "data" / "jpeg" / name);
+}
 
 // The squares' colours, left to right, top row then bottom row.
 constexpr uint32_t kSquares[8] = {0xC03020, 0x20A040, 0x3050D0, 0xE0E0E0, 0x101010, 0x808080, 0xF0C000, 0x00C0C0};
@@ -30,17 +34,17 @@ void ExpectNear(uint32_t got, uint32_t want, int tolerance, const char* what, in
 TEST(JpegDc, EachBlockBecomesItsAverageColour) {
   const struct {
     const char* name;
-    std::span<const uint8_t> bytes;
+    const char* file;
     bool grey;
     int32_t width, height;
   } cases[] = {
-      {"4:4:4", kJpeg_s444, false, 64, 32},
-      {"4:2:0", kJpeg_s420, false, 64, 32},
-      {"grey", kJpeg_gray, true, 64, 32},
-      {"60 x 30", kJpeg_odd, false, 60, 30},
+      {"4:4:4", "s444.jpg", false, 64, 32},
+      {"4:2:0", "s420.jpg", false, 64, 32},
+      {"grey", "gray.jpg", true, 64, 32},
+      {"60 x 30", "odd.jpg", false, 60, 30},
   };
   for (const auto& c : cases) {
-    const auto image = DecodeJpegDc(c.bytes);
+    const auto image = DecodeJpegDc(Sample(c.file));
     ASSERT_TRUE(image) << c.name;
     EXPECT_EQ(image->width, c.width) << c.name;
     EXPECT_EQ(image->height, c.height) << c.name;
@@ -56,9 +60,10 @@ TEST(JpegDc, EachBlockBecomesItsAverageColour) {
 }
 
 TEST(JpegDc, RefusesWhatItDoesNotDecodeAndDamagedFiles) {
-  EXPECT_FALSE(DecodeJpegDc(kJpeg_prog)) << "progressive";
+  const auto progressive = Sample("prog.jpg"), whole = Sample("s420.jpg");
+  ASSERT_TRUE(!progressive.empty() && !whole.empty()) << "the samples are read from the source tree";
+  EXPECT_FALSE(DecodeJpegDc(progressive));
   EXPECT_FALSE(DecodeJpegDc({}));
-  const std::vector<uint8_t> whole(std::begin(kJpeg_s420), std::end(kJpeg_s420));
   // Cut at every length: never a crash, and nothing from a file cut
   // before the end of its headers or far into its entropy data.
   for (std::size_t n = 0; n < whole.size(); ++n) {

@@ -4,6 +4,7 @@
 
 #include <random>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "base/file_io.h"
@@ -22,10 +23,7 @@ using testing_support::TempDir;
 using testing_support::WriteBytes;
 
 struct FileBytes : testing_support::LittleEndian {
-  FileBytes& Magic(const char* m) {
-    Raw(m);
-    return *this;
-  }
+  FileBytes& Magic(const char* m) { return static_cast<FileBytes&>(Raw(m)); }
   FileBytes& W(std::initializer_list<uint32_t> words) {
     for (uint32_t w : words) U32(w);
     return *this;
@@ -108,16 +106,10 @@ TEST(LayeredFormatGolden, Kzl1FileOpensWithDefaultsForWhatItLacks) {
   WriteBytes(dir / "old.kzl", f.b);
   auto doc = ReadLayeredDocument(dir / "old.kzl");
   ASSERT_TRUE(doc);
-  EXPECT_EQ(doc->width, 3);
-  EXPECT_EQ(doc->height, 2);
-  EXPECT_EQ(doc->dpi, 72);    // below 1
-  EXPECT_EQ(doc->active, 0);  // 7 in a one-layer file
-  EXPECT_FALSE(doc->modified);
+  // dpi 0 is below 1: 72; the active 7 in a one-layer file: 0.
+  EXPECT_EQ(std::tuple(doc->width, doc->height, doc->dpi, doc->active, doc->modified), std::tuple(3, 2, 72, 0, false));
   const Layer& l = doc->layers[0];
-  EXPECT_EQ(l.Name(), u"Old");
-  EXPECT_FALSE(l.visible);
-  EXPECT_EQ(l.opacity, 255);   // clamped
-  EXPECT_EQ(l.blendMode, 13);  // clamped
+  EXPECT_EQ(std::tuple(l.Name(), l.visible, l.opacity, l.blendMode), std::tuple(u"Old", false, 255, 13));  // clamped
   // Offsets packed in 16 bits each, the size and opacity clamped.
   EXPECT_EQ(l.effects.dropShadow, (ShadowGlowEffect{true, -4, -2, 500, 0x123456, 0, 1}));
   EXPECT_EQ(l.effects.innerGlow.option, 0);  // the flag is exactly 1 or it is off
@@ -125,8 +117,9 @@ TEST(LayeredFormatGolden, Kzl1FileOpensWithDefaultsForWhatItLacks) {
   LayerEffects want = Layer(1, 1, u"").effects;
   want.dropShadow = l.effects.dropShadow;
   EXPECT_TRUE(l.effects == want);
-  for (int y = 0; y < 2; ++y)
-    for (int x = 0; x < 3; ++x) EXPECT_EQ(l.pixels.At(x, y), 0xFF0000FFu);
+  Surface blue(3, 2);
+  blue.Fill(0xFF0000FFu);
+  EXPECT_TRUE(SamePixels(l.pixels, blue));
 }
 
 TEST(LayeredFormatRoundTrip, EveryFieldSurvives) {
@@ -154,19 +147,13 @@ TEST(LayeredFormatRoundTrip, EveryFieldSurvives) {
   ASSERT_TRUE(WriteLayeredDocument(*doc, dir / "r.tvl"));
   auto back = ReadLayeredDocument(dir / "r.tvl");
   ASSERT_TRUE(back);
-  EXPECT_EQ(back->width, 37);
-  EXPECT_EQ(back->dpi, 300);
-  EXPECT_EQ(back->colorCount, 32768);
-  EXPECT_EQ(back->active, 2);
+  EXPECT_EQ(std::tuple(back->width, back->dpi, back->colorCount, back->active), std::tuple(37, 300, 32768, 2));
   ASSERT_EQ(back->LayerCount(), 4);
   for (int i = 0; i < 4; ++i) {
     const Layer& a = doc->layers[i];
     const Layer& b = back->layers[i];
-    EXPECT_EQ(a.Name(), b.Name());
-    EXPECT_EQ(a.visible, b.visible);
-    EXPECT_EQ(a.opacity, b.opacity);
-    EXPECT_EQ(a.blendMode, b.blendMode);
-    EXPECT_EQ(a.opaqueBackground, b.opaqueBackground);
+    EXPECT_EQ(std::tuple(a.Name(), a.visible, a.opacity, a.blendMode, a.opaqueBackground),
+              std::tuple(b.Name(), b.visible, b.opacity, b.blendMode, b.opaqueBackground)) << "layer " << i;
     EXPECT_TRUE(SamePixels(b.pixels, a.pixels)) << "layer " << i;
     EXPECT_TRUE(a.effects == b.effects) << "layer " << i;
   }

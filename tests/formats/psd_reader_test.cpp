@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace tavora {
@@ -11,11 +13,23 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-void Put(Bytes& b, uint64_t v, int n) {
-  for (int i = n - 1; i >= 0; --i) b.push_back(static_cast<uint8_t>(v >> (8 * i)));
-}
-void Put(Bytes& b, const std::string& s) { b.insert(b.end(), s.begin(), s.end()); }
-void Put(Bytes& b, const Bytes& more) { b.insert(b.end(), more.begin(), more.end()); }
+// Big-endian fields, as Photoshop stores them.
+struct BigEndian {
+  Bytes b;
+  BigEndian& N(uint64_t v, int n) {
+    for (int i = n - 1; i >= 0; --i) b.push_back(static_cast<uint8_t>(v >> (8 * i)));
+    return *this;
+  }
+  BigEndian& S(std::string_view s) {
+    b.insert(b.end(), s.begin(), s.end());
+    return *this;
+  }
+  BigEndian& B(const Bytes& more) {
+    b.insert(b.end(), more.begin(), more.end());
+    return *this;
+  }
+  BigEndian& Sized(const Bytes& block) { return N(block.size(), 4).B(block); }  // a 4-byte length, then the block
+};
 
 // PackBits of one row: literal runs only, which every decoder must take.
 Bytes Pack(const uint8_t* row, std::size_t n) {
@@ -49,88 +63,45 @@ struct FileSpec {
 };
 
 Bytes Channel(const LayerSpec& l, const Bytes& samples) {
-  Bytes b;
+  if (!l.packed) return BigEndian{}.N(0, 2).B(samples).b;
   const int32_t w = l.right - l.left, h = l.bottom - l.top;
-  if (!l.packed) {
-    Put(b, 0, 2);
-    Put(b, samples);
-    return b;
-  }
-  Put(b, 1, 2);
   std::vector<Bytes> rows;
   for (int32_t y = 0; y < h; ++y) rows.push_back(Pack(samples.data() + std::size_t(y) * w, std::size_t(w)));
-  for (const Bytes& r : rows) Put(b, r.size(), 2);
-  for (const Bytes& r : rows) Put(b, r);
-  return b;
+  BigEndian c;
+  c.N(1, 2);
+  for (const Bytes& r : rows) c.N(r.size(), 2);
+  for (const Bytes& r : rows) c.B(r);
+  return c.b;
 }
 
 Bytes Build(const FileSpec& f) {
-  Bytes b;
-  Put(b, "8BPS");
-  Put(b, f.version, 2);
-  Put(b, 0, 6);
-  Put(b, f.channels, 2);
-  Put(b, f.height, 4);
-  Put(b, f.width, 4);
-  Put(b, f.depth, 2);
-  Put(b, f.mode, 2);
-  Put(b, f.colorData.size(), 4);
-  Put(b, f.colorData);
-  Put(b, f.resources.size(), 4);
-  Put(b, f.resources);
-  Bytes info;
-  if (!f.layers.empty()) {
-    Put(info, uint16_t(int16_t(f.layers.size()) * f.countSign), 2);
-    std::vector<std::vector<Bytes>> data;
-    for (const LayerSpec& l : f.layers) {
-      Put(info, uint32_t(l.top), 4);
-      Put(info, uint32_t(l.left), 4);
-      Put(info, uint32_t(l.bottom), 4);
-      Put(info, uint32_t(l.right), 4);
-      Put(info, l.channels.size(), 2);
-      data.emplace_back();
-      for (const auto& [id, samples] : l.channels) {
-        data.back().push_back(Channel(l, samples));
-        Put(info, uint16_t(id), 2);
-        Put(info, data.back().back().size(), 4);
-      }
-      Put(info, "8BIM");
-      Put(info, l.blend);
-      info.insert(info.end(), {l.opacity, l.clipping, l.flags, 0});
-      Bytes extra;
-      Put(extra, l.maskLength, 4);
-      Put(extra, Bytes(l.maskLength, 0));
-      Put(extra, 0, 4);
-      extra.push_back(static_cast<uint8_t>(l.name.size()));
-      Put(extra, l.name);
-      while ((extra.size() - 8) % 4) extra.push_back(0);
-      for (const auto& [key, d] : l.extras) {
-        Put(extra, "8BIM");
-        Put(extra, key);
-        Put(extra, d.size(), 4);
-        Put(extra, d);
-      }
-      Put(info, extra.size(), 4);
-      Put(info, extra);
+  BigEndian b, info, data;
+  b.S("8BPS").N(f.version, 2).N(0, 6).N(f.channels, 2).N(f.height, 4).N(f.width, 4).N(f.depth, 2).N(f.mode, 2);
+  b.Sized(f.colorData).Sized(f.resources);
+  if (!f.layers.empty()) info.N(uint16_t(int16_t(f.layers.size()) * f.countSign), 2);
+  for (const LayerSpec& l : f.layers) {
+    info.N(uint32_t(l.top), 4).N(uint32_t(l.left), 4).N(uint32_t(l.bottom), 4).N(uint32_t(l.right), 4);
+    info.N(l.channels.size(), 2);
+    for (const auto& [id, samples] : l.channels) {
+      const Bytes ch = Channel(l, samples);
+      info.N(uint16_t(id), 2).N(ch.size(), 4);
+      data.B(ch);  // every layer's channel data follows all the records
     }
-    for (const auto& layer : data)
-      for (const Bytes& ch : layer) Put(info, ch);
+    info.S("8BIM").S(l.blend).B({l.opacity, l.clipping, l.flags, 0});
+    BigEndian extra;
+    extra.Sized(Bytes(l.maskLength, 0)).N(0, 4).N(l.name.size(), 1).S(l.name);
+    while ((extra.b.size() - 8) % 4) extra.b.push_back(0);
+    for (const auto& [key, d] : l.extras) extra.S("8BIM").S(key).Sized(d);
+    info.Sized(extra.b);
   }
-  Bytes layerAndMask;
-  if (!info.empty()) {
-    Put(layerAndMask, info.size(), 4);
-    Put(layerAndMask, info);
-  }
-  Put(b, layerAndMask.size(), 4);
-  Put(b, layerAndMask);
-  if (f.image.empty()) {
-    Put(b, 0, 2);
-    Put(b, Bytes(std::size_t(f.width) * f.height * f.channels * (f.depth / 8 ? f.depth / 8 : 1), 0x80));
-  } else {
-    Put(b, f.image);
-  }
-  while (b.size() < 40) b.push_back(0);
-  return b;
+  info.B(data.b);
+  b.Sized(info.b.empty() ? Bytes{} : BigEndian{}.Sized(info.b).b);
+  if (f.image.empty())
+    b.N(0, 2).B(Bytes(std::size_t(f.width) * f.height * f.channels * std::max<uint32_t>(f.depth / 8, 1), 0x80));
+  else
+    b.B(f.image);
+  b.b.resize(std::max<std::size_t>(b.b.size(), 40));
+  return b.b;
 }
 
 // An opaque RGB layer of one colour over the rectangle.
@@ -145,8 +116,7 @@ LayerSpec Solid(int32_t top, int32_t left, int32_t bottom, int32_t right, uint8_
 
 // A flattened RGB picture that is not uniform.
 Bytes VariedPicture(uint32_t w, uint32_t h) {
-  Bytes b;
-  Put(b, 0, 2);
+  Bytes b = {0, 0};
   for (int c = 0; c < 3; ++c)
     for (uint32_t i = 0; i < w * h; ++i) b.push_back(static_cast<uint8_t>(i * 40 + c));
   return b;
@@ -160,10 +130,10 @@ TEST(PsdReader, PixelLayersKeepNamesModesPlacesAndRunLengthData) {
   top.opacity = 180;
   top.flags = 2;
   top.name = "ascii";
-  Bytes luni;
-  Put(luni, 3, 4);
-  for (char16_t c : std::u16string(u"\u00C9t\u00E9")) Put(luni, c, 2);
-  top.extras = {{"luni", luni}};
+  BigEndian luni;
+  luni.N(3, 4);
+  for (char16_t c : std::u16string(u"\u00C9t\u00E9")) luni.N(c, 2);
+  top.extras = {{"luni", luni.b}};
   top.packed = true;
   f.layers.push_back(top);
   f.image = VariedPicture(4, 3);
@@ -172,10 +142,7 @@ TEST(PsdReader, PixelLayersKeepNamesModesPlacesAndRunLengthData) {
   ASSERT_EQ(doc->LayerCount(), 2);
   EXPECT_EQ(doc->layers[0].pixels.At(3, 2), 0xFF0A141Eu);
   const Layer& l = doc->layers[1];
-  EXPECT_EQ(l.Name(), u"\u00C9t\u00E9");
-  EXPECT_FALSE(l.visible);
-  EXPECT_EQ(l.opacity, 180);
-  EXPECT_EQ(l.blendMode, 1);
+  EXPECT_EQ(std::tuple(l.Name(), l.visible, l.opacity, l.blendMode), std::tuple(u"\u00C9t\u00E9", false, 180, 1));
   EXPECT_EQ(l.pixels.At(2, 1), 0x80C86432u);
   EXPECT_EQ(l.pixels.At(1, 1), 0u);
   EXPECT_EQ(l.pixels.At(3, 2), 0x80C86432u);
@@ -213,9 +180,7 @@ TEST(PsdReader, WhatTheEditorCannotShowFallsBackToTheFlattenedPicture) {
   // Group boundaries and empty layers add nothing.
   FileSpec groups = f;
   LayerSpec divider;
-  Bytes type;
-  Put(type, 3, 4);
-  divider.extras = {{"lsct", type}};
+  divider.extras = {{"lsct", {0, 0, 0, 3}}};
   groups.layers.insert(groups.layers.begin() + 1, divider);
   groups.layers.push_back(LayerSpec{});  // empty rectangle
   EXPECT_EQ(ReadPsdBytes(Build(groups))->LayerCount(), 2);
@@ -224,13 +189,9 @@ TEST(PsdReader, WhatTheEditorCannotShowFallsBackToTheFlattenedPicture) {
 TEST(PsdReader, ModesDepthsAndResolution) {
   // Resolution 118.11 px/cm is 300 dpi.
   FileSpec f;
-  Put(f.resources, "8BIM");
-  Put(f.resources, 1005, 2);
-  Put(f.resources, 0, 2);  // empty name, padded
-  Put(f.resources, 16, 4);
-  Put(f.resources, uint32_t(118.11 * 65536), 4);
-  Put(f.resources, 2, 2);
-  Put(f.resources, Bytes(10, 0));
+  // Resource 1005 with an empty name, padded, then its 16 bytes.
+  f.resources = BigEndian{}.S("8BIM").N(1005, 2).N(0, 2).N(16, 4).N(uint32_t(118.11 * 65536), 4).N(2, 2).b;
+  f.resources.resize(f.resources.size() + 10);
   f.image = VariedPicture(4, 3);
   const auto doc = ReadPsdBytes(Build(f));
   ASSERT_TRUE(doc);
@@ -238,33 +199,31 @@ TEST(PsdReader, ModesDepthsAndResolution) {
   EXPECT_EQ(doc->layers[0].pixels.At(0, 0), 0xFF000102u);
 
   // CMYK (stored inverted), 16-bit grey, indexed and bitmap pictures.
-  FileSpec cmyk;
-  cmyk.mode = 4;
-  cmyk.channels = 4;
-  cmyk.width = 1, cmyk.height = 1;
-  cmyk.image = {0, 0, 255, 0, 255, 128};  // raw: C, M, Y as stored, then K
-  cmyk.layers.push_back(Solid(0, 0, 1, 1, 1, 2, 3));  // never kept in CMYK
-  auto c = ReadPsdBytes(Build(cmyk));
-  ASSERT_TRUE(c);
-  EXPECT_EQ(c->LayerCount(), 1);
-  EXPECT_EQ(c->layers[0].pixels.At(0, 0), 0xFF800080u);  // no cyan, full magenta, no yellow, half black
-  FileSpec grey;
-  grey.mode = 1, grey.depth = 16, grey.channels = 1, grey.width = 2, grey.height = 1;
-  grey.image = {0, 0, 0xFF, 0xFF, 0x80, 0x00};
-  EXPECT_EQ(ReadPsdBytes(Build(grey))->layers[0].pixels.At(1, 0), 0xFF808080u);
-  FileSpec indexed;
-  indexed.mode = 2, indexed.channels = 1, indexed.width = 2, indexed.height = 1;
-  indexed.colorData.assign(768, 0);
-  indexed.colorData[5] = 200, indexed.colorData[256 + 5] = 100, indexed.colorData[512 + 5] = 50;
-  indexed.image = {0, 0, 5, 0};
-  EXPECT_EQ(ReadPsdBytes(Build(indexed))->layers[0].pixels.At(0, 0), 0xFFC86432u);
-  FileSpec bitmap;
-  bitmap.mode = 0, bitmap.depth = 1, bitmap.channels = 1, bitmap.width = 3, bitmap.height = 1;
-  bitmap.image = {0, 0, 0b10100000};
-  const auto bits = ReadPsdBytes(Build(bitmap));
-  ASSERT_TRUE(bits);
-  EXPECT_EQ(bits->layers[0].pixels.At(0, 0), 0xFF000000u);
-  EXPECT_EQ(bits->layers[0].pixels.At(1, 0), 0xFFFFFFFFu);
+  Bytes palette(768, 0);
+  palette[5] = 200, palette[256 + 5] = 100, palette[512 + 5] = 50;
+  const FileSpec bitmap{.width = 3, .height = 1, .mode = 0, .depth = 1, .channels = 1, .image = {0, 0, 0b10100000}};
+  const struct {
+    const char* what;
+    FileSpec file;
+    int32_t x;
+    uint32_t want;
+  } modes[] = {
+      // No cyan, full magenta, no yellow, half black; the layer is never kept in CMYK.
+      {"CMYK", {.width = 1, .height = 1, .mode = 4, .channels = 4, .layers = {Solid(0, 0, 1, 1, 1, 2, 3)},
+                .image = {0, 0, 255, 0, 255, 128}}, 0, 0xFF800080u},
+      {"16-bit grey", {.width = 2, .height = 1, .mode = 1, .depth = 16, .channels = 1,
+                       .image = {0, 0, 0xFF, 0xFF, 0x80, 0x00}}, 1, 0xFF808080u},
+      {"indexed", {.width = 2, .height = 1, .mode = 2, .channels = 1, .colorData = palette, .image = {0, 0, 5, 0}},
+       0, 0xFFC86432u},
+      {"bitmap, a set bit", bitmap, 0, 0xFF000000u},
+      {"bitmap, a clear bit", bitmap, 1, 0xFFFFFFFFu},
+  };
+  for (const auto& m : modes) {
+    const auto read = ReadPsdBytes(Build(m.file));
+    ASSERT_TRUE(read) << m.what;
+    EXPECT_EQ(read->LayerCount(), 1) << m.what;
+    EXPECT_EQ(read->layers[0].pixels.At(m.x, 0), m.want) << m.what;
+  }
 }
 
 TEST(PsdReader, BrokenOrUnsupportedFilesAreRefusedWithoutACrash) {

@@ -33,18 +33,8 @@ class GdiplusDrawingTest : public ::testing::Test {
   }
   static ShapeDrawing Shape(ShapeType type, double x0, double y0, double x1, double y1, int32_t style,
                             double width, bool aa = true) {
-    ShapeDrawing s;
-    s.type = type;
-    s.x0 = x0;
-    s.y0 = y0;
-    s.x1 = x1;
-    s.y1 = y1;
-    s.style = style;
-    s.lineWidth = width;
-    s.antialias = aa;
-    s.outline = kRed;
-    s.fill = kBlue;
-    return s;
+    return {.type = type, .x0 = x0, .y0 = y0, .x1 = x1, .y1 = y1, .style = style, .lineWidth = width,
+            .antialias = aa, .outline = kRed, .fill = kBlue};
   }
 };
 
@@ -62,7 +52,7 @@ bool RunningUnderWine() {
   return ntdll && GetProcAddress(ntdll, "wine_get_version") != nullptr;
 }
 
-TEST_F(GdiplusDrawingTest, AntialiasOffGivesHardOnePixelSteps) {
+TEST_F(GdiplusDrawingTest, AntialiasOffGivesHardOnePixelStepsAndOnSoftEdges) {
   const Surface aliased = Draw(34, 34, Shape(ShapeType::Line, 2.5, 2.5, 30.5, 30.5, kShapeOutline, 1, false));
   EXPECT_EQ(PartialPixels(aliased), 0);
   // Away from the caps each row holds one pixel, one column on from the last.
@@ -73,15 +63,13 @@ TEST_F(GdiplusDrawingTest, AntialiasOffGivesHardOnePixelSteps) {
     EXPECT_EQ(count, 1) << "row " << y;
     EXPECT_EQ(at, y) << "row " << y;
   }
-  EXPECT_EQ(PartialPixels(Draw(34, 34, Shape(ShapeType::Ellipse, 3.3, 4.1, 30.7, 25.2, kShapeOutlineFill, 3, false))),
-            0);
-}
-
-TEST_F(GdiplusDrawingTest, AntialiasOnGivesSoftEdges) {
+  const auto ellipse = [&](bool aa) {
+    return PartialPixels(Draw(34, 34, Shape(ShapeType::Ellipse, 3.3, 4.1, 30.7, 25.2, kShapeOutlineFill, 3, aa)));
+  };
+  EXPECT_EQ(ellipse(false), 0);
   if (RunningUnderWine()) GTEST_SKIP() << "Wine's GDI+ does not smooth shapes";
   EXPECT_GT(PartialPixels(Draw(34, 34, Shape(ShapeType::Line, 2.5, 2.5, 30.5, 30.5, kShapeOutline, 1, true))), 20);
-  EXPECT_GT(PartialPixels(Draw(34, 34, Shape(ShapeType::Ellipse, 3.3, 4.1, 30.7, 25.2, kShapeOutlineFill, 3, true))),
-            20);
+  EXPECT_GT(ellipse(true), 20);
 }
 
 TEST_F(GdiplusDrawingTest, FilledHasNoOutlineAndOutlinePlusFillDrawsTheOutlineOverTheFill) {

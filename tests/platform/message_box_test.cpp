@@ -73,16 +73,8 @@ TEST(MessageBoxText, WrapsAtWordsKeepsBreaksAndCutsLongPaths) {
 }
 
 TEST(MessageBoxLayout, IconTextAndCentredButtonsDoNotOverlap) {
-  MessageBoxMetrics m;
-  m.margin = 20;
-  m.iconSize = 32;
-  m.iconGap = 14;
-  m.lineHeight = 16;
-  m.minWidth = 260;
-  m.buttonWidth = 88;
-  m.buttonHeight = 28;
-  m.buttonGap = 8;
-  m.bandPadding = 12;
+  MessageBoxMetrics m{.margin = 20, .iconSize = 32, .iconGap = 14, .lineHeight = 16, .minWidth = 260,
+                      .buttonWidth = 88, .buttonHeight = 28, .buttonGap = 8, .bandPadding = 12};
 
   const MessageBoxLayout three = LayOutMessageBox(m, 300, 4, 3);
   EXPECT_EQ(three.icon, (Rect{20, 20, 52, 52}));

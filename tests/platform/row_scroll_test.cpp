@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 namespace tavora {
 namespace {
 
@@ -38,14 +40,11 @@ TEST(RowScroll, ARowIsBroughtWhollyIntoViewByTheSmallestMove) {
 }
 
 TEST(RowScroll, PointsMapToTheRowsUnderThem) {
-  EXPECT_EQ(RowAtY(kHistory, 0, 0), 0);
-  EXPECT_EQ(RowAtY(kHistory, 0, 23), 0);
-  EXPECT_EQ(RowAtY(kHistory, 0, 24), 1);
-  EXPECT_EQ(RowAtY(kHistory, 104, 279), 15);  // the last row at the bottom
-  EXPECT_EQ(RowAtY(kHistory, 10, 14), 1);
-  EXPECT_EQ(RowAtY(kHistory, 0, -1), -1);     // the header
-  EXPECT_EQ(RowAtY(kHistory, 0, 280), -1);    // below the view
-  EXPECT_EQ(RowAtY({3, 24, 280}, 0, 100), -1);  // below the last row
+  // The last row at the bottom; -1 for the header, below the view and below the last row.
+  for (auto [view, offset, y, row] : {std::tuple{kHistory, 0, 0, 0}, {kHistory, 0, 23, 0}, {kHistory, 0, 24, 1},
+                                      {kHistory, 104, 279, 15}, {kHistory, 10, 14, 1}, {kHistory, 0, -1, -1},
+                                      {kHistory, 0, 280, -1}, {RowView{3, 24, 280}, 0, 100, -1}})
+    EXPECT_EQ(RowAtY(view, offset, y), row) << offset << " " << y;
 }
 
 TEST(RowScroll, TheWheelMovesByRowsAndStopsAtTheEnds) {
