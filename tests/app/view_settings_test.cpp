@@ -2,8 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
-
+#include "file_bytes.h"
 #include "temp_dir.h"
 
 namespace tavora {
@@ -11,19 +10,13 @@ namespace {
 
 TEST(ViewSettingsAtStartUp, ThemeIsClampedAndWrittenBack) {
   testing_support::TempDir dir;
-  {
-    std::ofstream(dir / "tavora.ini", std::ios::binary)
-        << "[View]\r\nTheme=7\r\nSmooth=0\r\nGrid=1\r\n[Recent]\r\nr0=a.png\r\nr1=\r\nr3=c.png\r\n"
-           "r8=ignored.png\r\n[Paths]\r\nLastDir=C:\\pics\r\n";
-  }
+  testing_support::WriteBytes(dir / "tavora.ini",
+                              "[View]\r\nTheme=7\r\nSmooth=0\r\nGrid=1\r\n[Paths]\r\nLastDir=C:\\pics\r\n");
   SettingsStore settings;
   settings.Open(dir.path());
   ViewSettings v = ReadViewSettings(settings);
-  EXPECT_EQ(v.theme, Theme::Dark);
+  EXPECT_EQ(std::tuple(v.theme, v.smooth, v.grid, v.lastDir), std::tuple(Theme::Dark, false, true, u"C:\\pics"));
   EXPECT_EQ(settings.GetInt(u"View", u"Theme", -1), 2);  // rewritten
-  EXPECT_FALSE(v.smooth);
-  EXPECT_TRUE(v.grid);
-  EXPECT_EQ(v.lastDir, u"C:\\pics");
 
   settings.SetInt(u"View", u"Theme", -3);
   EXPECT_EQ(ReadViewSettings(settings).theme, Theme::FollowSystem);
@@ -33,8 +26,7 @@ TEST(ViewSettingsAtStartUp, ThemeIsClampedAndWrittenBack) {
   SettingsStore first;
   first.Open(fresh.path());
   v = ReadViewSettings(first);
-  EXPECT_EQ(v.theme, Theme::Dark);
-  EXPECT_TRUE(v.smooth);
+  EXPECT_EQ(std::tuple(v.theme, v.smooth), std::tuple(Theme::Dark, true));
   EXPECT_EQ(first.GetInt(u"View", u"Theme", -1), 2);
 }
 

@@ -152,13 +152,12 @@ TEST(CompositeStack, BlendOverTransparencyOpacityEndsAndHiddenLayers) {
     int32_t x;
     uint32_t want;
   } table[] = {
-      {"Multiply over transparency shows its own colours", kBlendMultiply, 255, true,
-       Px(128, 255, 0, 0), 0, Px(128, 255, 0, 0)},
-      {"Multiply over blue gives black at half strength", kBlendMultiply, 255, true,
-       Px(128, 255, 0, 0), 1, Px(255, 0, 0, 127)},
+      {"Multiply over transparency shows its own colours", kBlendMultiply, 255, true, Px(128, 255, 0, 0), 0,
+       Px(128, 255, 0, 0)},
+      {"Multiply over blue gives black at half strength", kBlendMultiply, 255, true, Px(128, 255, 0, 0), 1,
+       Px(255, 0, 0, 127)},
       {"Normal over blue", kBlendNormal, 255, true, Px(128, 255, 0, 0), 1, Px(255, 128, 0, 127)},
-      {"opacity 1 leaves alpha mul(255, 1)", kBlendNormal, 1, true, Px(255, 9, 9, 9), 3,
-       Px(1, 9, 9, 9)},
+      {"opacity 1 leaves alpha mul(255, 1)", kBlendNormal, 1, true, Px(255, 9, 9, 9), 3, Px(1, 9, 9, 9)},
       {"opacity 0 adds nothing", kBlendNormal, 0, true, Px(255, 9, 9, 9), 2, Px(255, 10, 20, 30)},
       {"hidden adds nothing", kBlendNormal, 255, false, Px(255, 9, 9, 9), 2, Px(255, 10, 20, 30)},
   };
@@ -172,6 +171,8 @@ TEST(CompositeStack, BlendOverTransparencyOpacityEndsAndHiddenLayers) {
     top.visible = row.visible;
     top.pixels.Fill(row.fill);
     EXPECT_EQ(CompositePixel(*doc, row.x, 0), row.want) << row.what;
+    Composite(*doc);  // the whole-canvas path agrees
+    EXPECT_EQ(CompositeSource(*doc).At(row.x, 0), row.want) << row.what;
     for (auto [x, y] : {std::pair{-1, 0}, {4, 0}, {0, 1}})
       EXPECT_EQ(CompositePixel(*doc, x, y), 0u) << row.what << ": outside at " << x << "," << y;
   }
@@ -210,39 +211,33 @@ TEST(CompositeFastPath, OneVisiblePlainLayerServesItsOwnBuffer) {
   doc->layers.emplace_back(50, 40, u"hidden");
   doc->layers[1].visible = false;
   doc->layers[1].pixels.Fill(0xFFFFFFFF);
-  Composite(*doc);
-  EXPECT_EQ(doc->compositeLayer, 0);
-  EXPECT_FALSE(doc->composite.has_value());
-  EXPECT_EQ(CompositeSource(*doc).Data(), doc->layers[0].pixels.Data());
-
-  doc->layers[0].opacity = 254;
-  Invalidate(*doc, 0, doc->Bounds());
-  Composite(*doc);
-  EXPECT_EQ(doc->compositeLayer, -1);
-  ASSERT_TRUE(doc->composite.has_value());
-  EXPECT_NE(CompositeSource(*doc).Data(), doc->layers[0].pixels.Data());
-  EXPECT_EQ(CompositePixel(*doc, 10, 10), Px(254, 0x33, 0x66, 0x99));
-
-  // Back to 255: the buffer is released again, even without an invalidate.
-  doc->layers[0].opacity = 255;
-  Composite(*doc);
-  EXPECT_FALSE(doc->composite.has_value());
-  // Any blend mode, effect or second visible layer leaves the fast path.
-  doc->layers[0].blendMode = kBlendScreen;
-  Composite(*doc);
-  EXPECT_EQ(doc->compositeLayer, -1);
-  doc->layers[0].blendMode = kBlendNormal;
-  doc->layers[0].effects.stroke.on = true;
-  Composite(*doc);
-  EXPECT_EQ(doc->compositeLayer, -1);
-  doc->layers[0].effectsHidden = true;
-  Composite(*doc);
-  EXPECT_EQ(doc->compositeLayer, 0);
-  doc->layers[1].visible = true;
-  doc->composite.reset();
-  Composite(*doc);
-  EXPECT_EQ(doc->compositeLayer, -1);
-  EXPECT_EQ(CompositePixel(*doc, 0, 0), 0xFFFFFFFFu);
+  const struct {
+    const char* what;
+    void (*change)(Document&);
+    int32_t compositeLayer;
+    uint32_t pixel;  // at 10, 10
+  } steps[] = {
+      {"one plain layer", [](Document&) {}, 0, 0xFF336699},
+      {"opacity 254", [](Document& d) { d.layers[0].opacity = 254, Invalidate(d, 0, d.Bounds()); }, -1,
+       Px(254, 0x33, 0x66, 0x99)},
+      {"back to 255, even without an invalidate", [](Document& d) { d.layers[0].opacity = 255; }, 0, 0xFF336699},
+      // Any blend mode, effect or second visible layer leaves the fast path.
+      {"a blend mode", [](Document& d) { d.layers[0].blendMode = kBlendScreen; }, -1, 0xFF336699},
+      {"an effect", [](Document& d) { d.layers[0].blendMode = kBlendNormal, d.layers[0].effects.stroke.on = true; },
+       -1, 0xFF336699},
+      {"the effects hidden", [](Document& d) { d.layers[0].effectsHidden = true; }, 0, 0xFF336699},
+      {"a second layer", [](Document& d) { d.layers[1].visible = true, d.composite.reset(); }, -1, 0xFFFFFFFF},
+  };
+  for (const auto& step : steps) {
+    step.change(*doc);
+    Composite(*doc);
+    EXPECT_EQ(doc->compositeLayer, step.compositeLayer) << step.what;
+    // The buffer is released on the fast path, and the layer's own serves.
+    EXPECT_EQ(doc->composite.has_value(), step.compositeLayer < 0) << step.what;
+    EXPECT_EQ(CompositeSource(*doc).Data() == doc->layers[0].pixels.Data(), step.compositeLayer == 0) << step.what;
+    EXPECT_EQ(CompositeSource(*doc).At(10, 10), step.pixel) << step.what;
+    EXPECT_EQ(CompositePixel(*doc, 10, 10), step.pixel) << step.what;
+  }
 }
 
 TEST(Invalidation, ClampsGrowsByEffectMarginAndTellsTheView) {

@@ -18,14 +18,10 @@ std::unique_ptr<Document> DocWith(std::initializer_list<std::u16string_view> nam
 
 TEST(DocumentCreation, BackgroundLayerAndDefaultsForMissingValues) {
   auto doc = CreateDocument(5, 4, 0, 0xFF102030, -7);
-  EXPECT_EQ(doc->dpi, 72);
-  EXPECT_EQ(doc->colorCount, 16777216);
   ASSERT_EQ(doc->LayerCount(), 1);
-  EXPECT_EQ(doc->active, 0);
+  EXPECT_EQ(std::tuple(doc->dpi, doc->colorCount, doc->active), std::tuple(72, 16777216, 0));
   const Layer& bg = doc->layers[0];
-  EXPECT_EQ(bg.Name(), u"Background");
-  EXPECT_EQ(bg.Width(), 5);
-  EXPECT_EQ(bg.Height(), 4);
+  EXPECT_EQ(std::tuple(bg.Name(), bg.Width(), bg.Height()), std::tuple(u"Background", 5, 4));
   for (int y = 0; y < 4; ++y)
     for (int x = 0; x < 5; ++x) ASSERT_EQ(bg.pixels.At(x, y), 0xFF102030u);
   EXPECT_FALSE(doc->selection.has_value());
@@ -33,8 +29,7 @@ TEST(DocumentCreation, BackgroundLayerAndDefaultsForMissingValues) {
   EXPECT_FALSE(doc->modified);
 
   auto kept = CreateDocument(3, 3, 300, 0x00FFFFFF, 256);
-  EXPECT_EQ(kept->dpi, 300);
-  EXPECT_EQ(kept->colorCount, 256);
+  EXPECT_EQ(std::tuple(kept->dpi, kept->colorCount), std::tuple(300, 256));
   // Only a fully opaque fill makes an opaque Background; others keep their alpha.
   for (auto [fill, opaque] : {std::pair{0xFF102030u, true}, {0x00FFFFFFu, false}, {0xFE000000u, false}}) {
     auto d = CreateDocument(3, 3, 72, fill, 0);
@@ -43,30 +38,24 @@ TEST(DocumentCreation, BackgroundLayerAndDefaultsForMissingValues) {
   }
 }
 
-TEST(DocumentTitles, UntitledNumbersRiseAndAreNeverReused) {
+TEST(DocumentTitles, UntitledNumbersRiseAndFileNamesAreCutTo95) {
   auto first = DocWith({});
   const int n = first->untitledNumber;
   EXPECT_GE(n, 1);
   const std::string digits = std::to_string(n);
   EXPECT_EQ(first->title, u"Untitled-" + std::u16string(digits.begin(), digits.end()));
   first.reset();  // closing the first does not free its number
-  EXPECT_EQ(DocWith({})->untitledNumber, n + 1);
-}
-
-TEST(DocumentTitles, FileNameAfterEitherSeparatorCutTo95) {
   auto doc = DocWith({});
-  const struct {
-    std::u16string path, want;
-  } table[] = {
-      {u"C:\\pictures\\holiday/beach.png", u"beach.png"},
-      {u"/tmp/a\\b.tvl", u"b.tvl"},
-      {u"plain.jpg", u"plain.jpg"},
-      {u"C:\\" + std::u16string(120, u'x') + u".png", std::u16string(95, u'x')},
-  };
-  for (const auto& row : table) {
-    doc->path = row.path;
+  EXPECT_EQ(doc->untitledNumber, n + 1);
+
+  // The file name after either separator.
+  using Row = std::pair<std::u16string, std::u16string>;
+  for (const auto& [path, want] : {Row{u"C:\\pictures\\holiday/beach.png", u"beach.png"}, {u"/tmp/a\\b.tvl", u"b.tvl"},
+                                   {u"plain.jpg", u"plain.jpg"},
+                                   {u"C:\\" + std::u16string(120, u'x') + u".png", std::u16string(95, u'x')}}) {
+    doc->path = path;
     SetTitle(*doc);
-    EXPECT_EQ(doc->title, row.want) << std::string(row.path.begin(), row.path.end());
+    EXPECT_EQ(doc->title, want) << std::string(path.begin(), path.end());
   }
   doc->path.clear();
   doc->untitledNumber = 0;
@@ -131,23 +120,17 @@ TEST(SizeLimits, SidesAndPixelCountAfterRounding) {
       u"Size must be between 1 and 30000 pixels per side (max 250 megapixels).";
   const struct {
     double width, height;
-    SizeRule rule;
     bool ok;
-    std::u16string_view message;
+    std::u16string_view message = {};
+    SizeRule rule = SizeRule::Standard;
   } table[] = {
-      {30000, 8333, SizeRule::Standard, true, u""},
-      {30000, 8334, SizeRule::Standard, false, standard},
-      {0, 10, SizeRule::Standard, false, standard},
-      {10, 30001, SizeRule::Standard, false, standard},
-      {-5, 10, SizeRule::Standard, false, standard},
-      {NAN, 10, SizeRule::Standard, false, standard},
-      {0.5, 30000.4, SizeRule::Standard, true, u""},  // rounded to 1 x 30000
-      {0.4, 10, SizeRule::Standard, false, standard},
-      {10, 0.4, SizeRule::Standard, false, standard},
-      {0, 1, SizeRule::NewImage, false,
-       u"Width and height must be between 1 and 30000 pixels (max 250 megapixels)."},
-      {15000, 10000, SizeRule::Strict, true, u""},
-      {15000, 10001, SizeRule::Strict, false, u"Size must be between 1 and 30000 pixels per side."},
+      {30000, 8333, true},           {30000, 8334, false, standard}, {0, 10, false, standard},
+      {10, 30001, false, standard},  {-5, 10, false, standard},      {NAN, 10, false, standard},
+      {0.5, 30000.4, true},  // rounded to 1 x 30000
+      {0.4, 10, false, standard},    {10, 0.4, false, standard},
+      {0, 1, false, u"Width and height must be between 1 and 30000 pixels (max 250 megapixels).", SizeRule::NewImage},
+      {15000, 10000, true, {}, SizeRule::Strict},
+      {15000, 10001, false, u"Size must be between 1 and 30000 pixels per side.", SizeRule::Strict},
   };
   for (const auto& row : table) {
     const SizeCheck check = CheckCanvasSize(row.width, row.height, row.rule);
@@ -155,13 +138,10 @@ TEST(SizeLimits, SidesAndPixelCountAfterRounding) {
     EXPECT_EQ(check.message, row.message) << row.width << " x " << row.height;
   }
   const SizeCheck rounded = CheckCanvasSize(0.5, 30000.4);
-  EXPECT_EQ(rounded.width, 1);
-  EXPECT_EQ(rounded.height, 30000);
+  EXPECT_EQ(std::tuple(rounded.width, rounded.height), std::tuple(1, 30000));
   // Readers' whole-pixel sizes.
   EXPECT_TRUE(CanvasSizeAllowed(30000, 8333));
-  EXPECT_FALSE(CanvasSizeAllowed(30000, 8334));
-  EXPECT_FALSE(CanvasSizeAllowed(int64_t{1} << 40, 1));
-  EXPECT_FALSE(CanvasSizeAllowed(0, 0));
+  EXPECT_FALSE(CanvasSizeAllowed(30000, 8334) || CanvasSizeAllowed(int64_t{1} << 40, 1) || CanvasSizeAllowed(0, 0));
 }
 
 }  // namespace

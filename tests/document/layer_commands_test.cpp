@@ -16,17 +16,14 @@ TEST(LayerCommands, NewAndDuplicateGoAboveTheActiveLayer) {
   auto doc = CreateDocument(4, 4, 72, 0xFFFFFFFF, 0);
   NewLayerCommand(*doc);
   ASSERT_EQ(doc->LayerCount(), 2);
-  EXPECT_EQ(doc->active, 1);
-  EXPECT_EQ(doc->layers[1].Name(), u"Layer 2");
-  EXPECT_EQ(UndoLabel(*doc), u"New Layer");
+  EXPECT_EQ(std::tuple(doc->active, doc->layers[1].Name(), UndoLabel(*doc)), std::tuple(1, u"Layer 2", u"New Layer"));
   doc->active = 0;
   DuplicateLayerCommand(*doc);  // of the Background
   ASSERT_EQ(doc->LayerCount(), 3);
-  EXPECT_EQ(doc->active, 1);
-  EXPECT_EQ(doc->layers[1].Name(), u"Background copy");
+  EXPECT_EQ(std::tuple(doc->active, doc->layers[1].Name(), doc->layers[2].Name()),
+            std::tuple(1, u"Background copy", u"Layer 2"));
   EXPECT_FALSE(doc->layers[1].opaqueBackground);
   EXPECT_EQ(doc->layers[1].pixels.At(3, 3), 0xFFFFFFFFu);
-  EXPECT_EQ(doc->layers[2].Name(), u"Layer 2");
   ASSERT_TRUE(Undo(*doc));
   EXPECT_EQ(doc->LayerCount(), 2);
 
@@ -47,13 +44,10 @@ TEST(LayerCommands, DeletingTheActiveTopLayerActivatesTheOneBelow) {
   NewLayerCommand(*doc);
   ASSERT_EQ(doc->active, 2);
   DeleteLayerCommand(*doc);
-  EXPECT_EQ(doc->LayerCount(), 2);
-  EXPECT_EQ(doc->active, 1);
+  EXPECT_EQ(std::tuple(doc->LayerCount(), doc->active), std::tuple(2, 1));
   doc->active = 0;
   DeleteLayerCommand(*doc);  // the bottom one: the next becomes the bottom
-  EXPECT_EQ(doc->LayerCount(), 1);
-  EXPECT_EQ(doc->active, 0);
-  EXPECT_EQ(doc->layers[0].Name(), u"Layer 2");
+  EXPECT_EQ(std::tuple(doc->LayerCount(), doc->active, doc->layers[0].Name()), std::tuple(1, 0, u"Layer 2"));
 }
 
 TEST(LayerCommands, MergeDownKeepsWhatTheCanvasShowed) {
@@ -70,8 +64,7 @@ TEST(LayerCommands, MergeDownKeepsWhatTheCanvasShowed) {
   const Surface before = CompositeSource(*doc);
   MergeDownCommand(*doc);
   ASSERT_EQ(doc->LayerCount(), 1);
-  EXPECT_EQ(doc->active, 0);
-  EXPECT_EQ(doc->layers[0].Name(), u"Background");
+  EXPECT_EQ(std::tuple(doc->active, doc->layers[0].Name()), std::tuple(0, u"Background"));
   EXPECT_TRUE(SamePixels(doc->layers[0].pixels, before));
   Composite(*doc);
   EXPECT_TRUE(SamePixels(CompositeSource(*doc), before));
@@ -90,17 +83,14 @@ TEST(LayerCommands, MovesRecordOnlyWhenTheyMove) {
   EXPECT_EQ(doc->history.states.size(), states);
   MoveLayerCommand(*doc, -1);
   EXPECT_EQ(doc->history.states.size(), states + 1);
-  EXPECT_EQ(UndoLabel(*doc), u"Move Layer Down");
-  EXPECT_EQ(doc->active, 0);
-  EXPECT_EQ(doc->layers[0].Name(), u"Layer 2");
-  EXPECT_EQ(doc->layers[1].Name(), u"Background");
+  EXPECT_EQ(std::tuple(UndoLabel(*doc), doc->active, doc->layers[0].Name(), doc->layers[1].Name()),
+            std::tuple(u"Move Layer Down", 0, u"Layer 2", u"Background"));
 }
 
 TEST(LayerCommands, FlattenIsAStepEvenForOneLayer) {
   auto doc = CreateDocument(4, 4, 72, 0x00FFFFFF, 0);
   FlattenCommand(*doc);
-  EXPECT_EQ(UndoLabel(*doc), u"Flatten Image");
-  EXPECT_EQ(doc->LayerCount(), 1);
+  EXPECT_EQ(std::tuple(UndoLabel(*doc), doc->LayerCount()), std::tuple(u"Flatten Image", 1));
   NewLayerCommand(*doc);
   doc->layers[1].pixels.Fill(0xFF102030);
   FlattenCommand(*doc);

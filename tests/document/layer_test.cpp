@@ -7,7 +7,9 @@
 namespace tavora {
 namespace {
 
-bool AllZero(const Surface& s) { return std::all_of(s.Data(), s.Data() + s.PixelCount(), [](uint32_t p) { return p == 0; }); }
+bool AllZero(const Surface& s) {
+  return std::all_of(s.Data(), s.Data() + s.PixelCount(), [](uint32_t p) { return p == 0; });
+}
 
 TEST(SurfaceBuffers, StartTransparentAndCopyDeeply) {
   Surface s(3, 2);
@@ -48,27 +50,21 @@ TEST(LayerCopy, DeepExceptCachesWhichAreRenderedAfresh) {
   l.extended->pixels = Surface(8, 8);
   l.text = std::make_unique<TextRecord>();
   l.text->text = u"hello";
-  l.styled = std::make_unique<Surface>(4, 4);
-  l.under = std::make_unique<Surface>(4, 4);
-  l.over = std::make_unique<Surface>(4, 4);
+  for (auto* cache : {&l.styled, &l.under, &l.over}) *cache = std::make_unique<Surface>(4, 4);
   l.effectsDirty = {};
   l.opacity = 77;
   l.blendMode = 1;
   l.effects.stroke.on = true;
 
   Layer c(l);
-  EXPECT_EQ(c.Name(), u"Src");
-  EXPECT_EQ(c.opacity, 77);
-  EXPECT_EQ(c.blendMode, 1);
-  EXPECT_TRUE(c.effects.stroke.on);
+  EXPECT_EQ(std::tuple(c.Name(), c.opacity, c.blendMode, c.effects.stroke.on), std::tuple(u"Src", 77, 1, true));
   EXPECT_NE(c.pixels.Data(), l.pixels.Data());
   EXPECT_EQ(c.pixels.At(3, 3), 0xFF00FF00u);
-  ASSERT_TRUE(c.extended);
+  ASSERT_TRUE(c.extended && c.text);
   EXPECT_NE(c.extended->pixels.Data(), l.extended->pixels.Data());
   EXPECT_EQ(c.extended->x, -2);
-  ASSERT_TRUE(c.text);
-  EXPECT_EQ(c.text->text, u"hello");
   EXPECT_NE(c.text.get(), l.text.get());
+  EXPECT_EQ(c.text->text, u"hello");
   EXPECT_FALSE(c.styled || c.under || c.over);
   EXPECT_EQ(c.effectsDirty, (Rect{0, 0, 4, 4}));
   EXPECT_TRUE(c.rebuildEffects);
@@ -110,34 +106,19 @@ TEST(EffectMargins, LargestReachOfTheEnabledGroupsCapped) {
     const char* what;
     void (*set)(LayerEffects&);
     int32_t margin;
-  } table[] = {
+  } table[] = {  // a shadow here is {on, offsetX, offsetY, size}
       {"none on", [](LayerEffects&) {}, 0},
-      {"drop shadow: offset + size + 2", [](LayerEffects& e) {
-         e.dropShadow = {.on = true, .offsetX = -10, .offsetY = 4, .size = 3};
-       }, 15},
-      {"drop shadow never below 0", [](LayerEffects& e) {
-         e.dropShadow = {.on = true, .offsetX = -10, .offsetY = 4, .size = -40};
-       }, 0},
+      {"drop shadow: offset + size + 2", [](LayerEffects& e) { e.dropShadow = {true, -10, 4, 3}; }, 15},
+      {"drop shadow never below 0", [](LayerEffects& e) { e.dropShadow = {true, -10, 4, -40}; }, 0},
       {"outer glow", [](LayerEffects& e) { e.outerGlow.on = true; }, 14},
       {"bloom beats outer glow", [](LayerEffects& e) { e.outerGlow.on = e.bloom.on = true; }, 64},
       {"bevel", [](LayerEffects& e) { e.bevel.on = true; }, 12},
-      {"stroke beats bevel", [](LayerEffects& e) {
-         e.bevel.on = e.stroke.on = true;
-         e.stroke.thickness = 10;
-       }, 14},
-      {"inner glow", [](LayerEffects& e) {
-         e.innerGlow.on = true;
-         e.innerGlow.size = 1;
-       }, 3},
+      {"stroke beats bevel", [](LayerEffects& e) { e.bevel.on = e.stroke.on = true, e.stroke.thickness = 10; }, 14},
+      {"inner glow", [](LayerEffects& e) { e.innerGlow.on = true, e.innerGlow.size = 1; }, 3},
       // Extreme values from a file are capped, not wrapped.
-      {"huge bloom", [](LayerEffects& e) {
-         e.bloom.on = true;
-         e.bloom.spread = 2147483647;
-       }, kMaxEffectMargin},
-      {"most negative offset", [](LayerEffects& e) {
-         e.dropShadow.on = true;
-         e.dropShadow.offsetX = -2147483647 - 1;
-       }, kMaxEffectMargin},
+      {"huge bloom", [](LayerEffects& e) { e.bloom.on = true, e.bloom.spread = 2147483647; }, kMaxEffectMargin},
+      {"most negative offset", [](LayerEffects& e) { e.dropShadow.on = true, e.dropShadow.offsetX = INT32_MIN; },
+       kMaxEffectMargin},
       {"overlays stay inside", [](LayerEffects& e) { e.colorOverlay.on = e.gradientOverlay.on = true; }, 0},
   };
   for (const auto& row : table) {
