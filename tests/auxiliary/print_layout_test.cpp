@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "temp_dir.h"
 
 namespace tavora {
@@ -9,6 +11,12 @@ namespace {
 
 // A4 at 254 dpi: one millimetre is ten device pixels.
 PageMetrics A4At254(Rect printable = {0, 0, 2100, 2970}) { return {2100, 2970, printable, 254, 254}; }
+
+// Every field, to compare settings whole.
+auto Fields(const PrintSettings& s) {
+  return std::tuple(s.orientation, s.sizing, s.scale, s.centered, s.offsetX, s.offsetY, s.marginLeft, s.marginTop,
+                    s.marginRight, s.marginBottom, s.copies, s.toFile);
+}
 
 PrintSettings Margins(int32_t mm) {
   PrintSettings s;
@@ -24,43 +32,25 @@ TEST(PrintLayout, SettingsAreClampedAndKept) {
   for (auto [key, value] : {std::pair{u"Orientation", u"7"}, {u"Scale", u"0"}, {u"Copies", u"500"},
                             {u"MarginLeft", u"-3"}, {u"OffsetY", u"99999"}, {u"Sizing", u"-1"}})
     settings.SetString(u"Print", key, value);
-  const PrintSettings read = LoadPrintSettings(settings.Snapshot());
-  EXPECT_EQ(read.orientation, PrintOrientation::Landscape);
-  EXPECT_EQ(read.sizing, PrintSizing::FitToPage);
-  EXPECT_EQ(read.scale, 1);
-  EXPECT_EQ(read.copies, kPrintMaxCopies);
-  EXPECT_EQ(read.marginLeft, 0);
-  EXPECT_EQ(read.offsetY, kPrintMaxOffset);
+  PrintSettings clamped;
+  clamped.orientation = PrintOrientation::Landscape;
+  clamped.scale = 1;
+  clamped.copies = kPrintMaxCopies;
+  clamped.marginLeft = 0;
+  clamped.offsetY = kPrintMaxOffset;
+  EXPECT_EQ(Fields(LoadPrintSettings(settings.Snapshot())), Fields(clamped));
 
-  PrintSettings s;
-  s.orientation = PrintOrientation::Landscape;
-  s.sizing = PrintSizing::Scale;
-  s.scale = 250;
-  s.centered = false;
-  s.offsetX = 12;
-  s.marginBottom = 33;
-  s.copies = 3;
-  s.toFile = true;
+  const PrintSettings s{PrintOrientation::Landscape, PrintSizing::Scale, 250, false, 12, 7, 1, 2, 3, 33, 3, true};
   SavePrintSettings(settings, s);
-  const PrintSettings back = LoadPrintSettings(settings.Snapshot());
-  EXPECT_EQ(back.orientation, s.orientation);
-  EXPECT_EQ(back.sizing, s.sizing);
-  EXPECT_EQ(back.scale, 250);
-  EXPECT_FALSE(back.centered);
-  EXPECT_EQ(back.offsetX, 12);
-  EXPECT_EQ(back.marginBottom, 33);
-  EXPECT_EQ(back.copies, 3);
-  EXPECT_TRUE(back.toFile);
+  EXPECT_EQ(Fields(LoadPrintSettings(settings.Snapshot())), Fields(s));
 }
 
 TEST(PrintLayout, OrientationTurnsTheSheetOnce) {
   // Unequal unprintable edges: left 10, top 20, right 30, bottom 40.
   const PageMetrics portrait{1000, 2000, {10, 20, 970, 1960}, 300, 600};
   const PageMetrics landscape = OrientPage(portrait, PrintOrientation::Landscape);
-  EXPECT_EQ(landscape.paperWidth, 2000);
-  EXPECT_EQ(landscape.paperHeight, 1000);
-  EXPECT_EQ(landscape.dpiX, 600);
-  EXPECT_EQ(landscape.dpiY, 300);
+  EXPECT_EQ(std::tuple(landscape.paperWidth, landscape.paperHeight, landscape.dpiX, landscape.dpiY),
+            std::tuple(2000, 1000, 600, 300));
   // The left edge went to the bottom, the top edge to the left.
   EXPECT_EQ(landscape.printable, (Rect{20, 30, 1960, 990}));
   // A driver that turned the sheet already is left alone, either way round.
@@ -73,30 +63,21 @@ TEST(PrintLayout, OrientationTurnsTheSheetOnce) {
 }
 
 TEST(PrintLayout, Placement) {
-  PrintSettings scale = Margins(10);
-  scale.sizing = PrintSizing::Scale;
-  PrintSettings scale200 = scale;
-  scale200.scale = 200;
-  PrintSettings offset = scale;
-  offset.centered = false;
-  offset.offsetX = 5;
-  offset.offsetY = 7;
-  PrintSettings farOffset = offset;
-  farOffset.offsetX = 150;
-  PrintSettings offPage = offset;
-  offPage.offsetX = 400;
-  PrintSettings tall = Margins(0);
-  tall.marginTop = tall.marginBottom = 150;
+  // Scaled with the default margins of 10 mm, centred or not.
+  const PrintSettings scale{.sizing = PrintSizing::Scale}, scale200{.sizing = PrintSizing::Scale, .scale = 200};
+  auto offset = [](int32_t x) {
+    return PrintSettings{.sizing = PrintSizing::Scale, .centered = false, .offsetX = x, .offsetY = 7};
+  };
+  const PrintSettings tall{.marginLeft = 0, .marginTop = 150, .marginRight = 0, .marginBottom = 150};
   const PageMetrics landscape = OrientPage(A4At254(), PrintOrientation::Landscape);
-  struct Case {
+  const struct {
     const char* name;
     int32_t w, h, dpi;
     PageMetrics page;
     PrintSettings settings;
     PlacementStatus status;
     Rect image;
-  };
-  const Case cases[] = {
+  } cases[] = {
       // Inside margins of 100 pixels: an area of 1900 x 2770.
       {"fit, width bound", 400, 200, 72, A4At254(), Margins(10), PlacementStatus::Ok, {100, 1010, 2000, 1960}},
       {"fit, height bound", 100, 500, 72, A4At254(), Margins(10), PlacementStatus::Ok, {773, 100, 1327, 2870}},
@@ -106,11 +87,11 @@ TEST(PrintLayout, Placement) {
       {"scale 200 %", 300, 150, 150, A4At254(), scale200, PlacementStatus::Ok, {542, 1231, 1558, 1739}},
       {"dpi 0 is 72", 72, 36, 0, A4At254(), scale, PlacementStatus::Ok, {923, 1421, 1177, 1548}},
       {"negative dpi is 72", 72, 36, -5, A4At254(), scale, PlacementStatus::Ok, {923, 1421, 1177, 1548}},
-      {"offsets", 300, 150, 150, A4At254(), offset, PlacementStatus::Ok, {150, 170, 658, 424}},
+      {"offsets", 300, 150, 150, A4At254(), offset(5), PlacementStatus::Ok, {150, 170, 658, 424}},
       {"larger than the page", 3000, 4000, 254, A4At254(), scale, PlacementStatus::Clipped, {-450, -515, 2550, 3485}},
-      {"pushed past the margin", 300, 150, 150, A4At254(), farOffset, PlacementStatus::Clipped,
+      {"pushed past the margin", 300, 150, 150, A4At254(), offset(150), PlacementStatus::Clipped,
        {1600, 170, 2108, 424}},
-      {"pushed off the page", 300, 150, 150, A4At254(), offPage, PlacementStatus::OffPage, {}},
+      {"pushed off the page", 300, 150, 150, A4At254(), offset(400), PlacementStatus::OffPage, {}},
       {"margins wider than the sheet", 10, 10, 72, A4At254(), Margins(120), PlacementStatus::NoRoom, {}},
       {"margins taller than the sheet", 10, 10, 72, A4At254(), tall, PlacementStatus::NoRoom, {}},
       {"printer's edge beyond the margin", 100, 100, 72, A4At254({300, 300, 1800, 2670}), Margins(0),
@@ -118,7 +99,7 @@ TEST(PrintLayout, Placement) {
       {"empty picture", 0, 10, 72, A4At254(), Margins(10), PlacementStatus::NoPicture, {}},
       {"unusable sheet", 10, 10, 72, PageMetrics{}, Margins(10), PlacementStatus::NoPicture, {}},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     const PrintPlacement p = PlacePicture(c.w, c.h, c.dpi, c.page, c.settings);
     EXPECT_EQ(p.status, c.status);
@@ -129,17 +110,13 @@ TEST(PrintLayout, Placement) {
     // picture's own place.
     EXPECT_EQ(Intersect(p.target, p.visible), p.visible);
     EXPECT_EQ(Intersect(p.target, p.image), p.target);
-    EXPECT_GE(p.source.x0, 0);
-    EXPECT_GE(p.source.y0, 0);
-    EXPECT_LE(p.source.x1, c.w);
-    EXPECT_LE(p.source.y1, c.h);
+    EXPECT_EQ(Intersect(p.source, {0, 0, c.w, c.h}), p.source);
     EXPECT_FALSE(p.source.Empty());
   }
 }
 
 TEST(PrintLayout, ClippedPictureSendsOnlyTheVisiblePart) {
-  PrintSettings s = Margins(10);
-  s.sizing = PrintSizing::Scale;
+  PrintSettings s{.sizing = PrintSizing::Scale};
   // One picture pixel is one device pixel; the picture is centred, 550
   // columns and 615 rows beyond the area on each side.
   const PrintPlacement p = PlacePicture(3000, 4000, 254, A4At254(), s);
@@ -155,43 +132,35 @@ TEST(PrintLayout, ClippedPictureSendsOnlyTheVisiblePart) {
 }
 
 TEST(PrintLayout, PixelSizeAndBands) {
-  EXPECT_EQ(PrintPixelSize({0, 0, 2000, 1000}, 4'000'000), (PixelSize{2000, 1000}));
+  EXPECT_EQ(PrintPixelSize({0, 0, 2000, 1000}, 4'000'000), (PixelSize{2000, 1000}));  // the device's own
   EXPECT_EQ(PrintPixelSize({0, 0, 4000, 2000}, 2'000'000), (PixelSize{2000, 1000}));
   const PixelSize thin = PrintPixelSize({0, 0, 1'000'000, 1}, 1000);
   EXPECT_LE(int64_t{thin.width} * thin.height, 1000);
   EXPECT_GE(thin.height, 1);
   EXPECT_EQ(PrintPixelSize({}, 1000), (PixelSize{}));
 
-  struct Case {
-    int32_t rows;
-    Rect target;
-    int32_t maxRows;
-    size_t bands;
-  };
+  struct Case { int32_t rows; Rect target; int32_t maxRows; size_t bands; };
   for (const Case& c : {Case{1000, {0, 100, 10, 3100}, 256, 4}, Case{7, {0, -5, 1, 2}, 3, 3},
                         Case{10, {0, 0, 5, 4}, 100, 1}, Case{5, {0, 0, 5, 500}, 0, 5}}) {
     const std::vector<PrintBand> bands = PrintBands(c.rows, c.target, c.maxRows);
     ASSERT_EQ(bands.size(), c.bands);
-    EXPECT_EQ(bands.front().rowStart, 0);
-    EXPECT_EQ(bands.front().sheetTop, c.target.y0);
-    EXPECT_EQ(bands.back().rowEnd, c.rows);
-    EXPECT_EQ(bands.back().sheetBottom, c.target.y1);
-    for (size_t i = 0; i < bands.size(); ++i) {
-      EXPECT_LE(bands[i].rowEnd - bands[i].rowStart, std::max(c.maxRows, 1));
-      EXPECT_GT(bands[i].rowEnd, bands[i].rowStart);
-      if (i > 0) {
-        EXPECT_EQ(bands[i].rowStart, bands[i - 1].rowEnd);
-        EXPECT_EQ(bands[i].sheetTop, bands[i - 1].sheetBottom);
-      }
+    // In order and without a gap, from the first row and the target's top to the last and its bottom.
+    int32_t row = 0, top = c.target.y0;
+    for (const PrintBand& b : bands) {
+      EXPECT_EQ(std::pair(b.rowStart, b.sheetTop), std::pair(row, top));
+      EXPECT_GT(b.rowEnd, b.rowStart);
+      EXPECT_LE(b.rowEnd - b.rowStart, std::max(c.maxRows, 1));
+      row = b.rowEnd;
+      top = b.sheetBottom;
     }
+    EXPECT_EQ(std::pair(row, top), std::pair(c.rows, c.target.y1));
   }
   EXPECT_TRUE(PrintBands(0, {0, 0, 5, 5}, 10).empty());
 }
 
 TEST(PrintLayout, PreviewShowsSheetMarginsAndPicture) {
   const PageMetrics page{1000, 1500, {0, 0, 1000, 1500}, 254, 254};
-  PrintSettings s = Margins(10);  // 100 pixels of the sheet, 20 of the view
-  s.sizing = PrintSizing::Scale;
+  PrintSettings s{.sizing = PrintSizing::Scale};  // margins of 10 mm: 100 pixels of the sheet, 20 of the view
   Surface picture(2, 2);
   picture.Fill(0xFFC03020);
   // 2 pixels at 1 dpi are 508 device pixels: the sheet is 200 x 300 in the
@@ -211,8 +180,7 @@ TEST(PrintLayout, PreviewShowsSheetMarginsAndPicture) {
   s.centered = false;
   s.offsetX = 500;
   RenderPrintPreview(view, page, PlacePicture(2, 2, 1, page, s), picture, 0x202020);
-  for (int32_t y = 0; y < view.Height(); ++y)
-    for (int32_t x = 0; x < view.Width(); ++x) ASSERT_NE(view.At(x, y), 0xFFC03020u);
+  EXPECT_EQ(std::count(view.Data(), view.Data() + view.PixelCount(), 0xFFC03020u), 0);
 }
 
 }  // namespace

@@ -4,16 +4,16 @@
 
 #include <fstream>
 
+#include "pixels.h"
 #include "temp_dir.h"
 
 namespace tavora {
 namespace {
 
+using testing_support::SamePixels;
+
 TEST(BrowseModel, NaturalOrderFoldsCaseAndReadsNumbers) {
-  const struct {
-    std::u16string_view a, b;
-    bool less;
-  } cases[] = {
+  const struct { std::u16string_view a, b; bool less; } cases[] = {
       {u"img2.jpg", u"img10.jpg", true},   {u"img10.jpg", u"img2.jpg", false},
       {u"Apple.png", u"banana.png", true}, {u"apple.png", u"Banana.png", true},
       {u"a.png", u"A.png", false},          {u"A.png", u"a.png", true},  // total order by code units
@@ -47,11 +47,7 @@ TEST(BrowseModel, GridListsFoldersThenAcceptedFilesInTheChosenOrder) {
       E(u"a.PNG", 300, 5),   E(u".hid.png", 50, 3, false, true),              E(u"alpha", 0, 2, true),
       E(u".git", 0, 7, true, true),
   };
-  const struct {
-    BrowseSort sort;
-    ShowHidden hidden;
-    std::vector<std::u16string> names;
-  } cases[] = {
+  const struct { BrowseSort sort; ShowHidden hidden; std::vector<std::u16string> names; } cases[] = {
       {BrowseSort::Name, ShowHidden::No, {u"alpha", u"Zoo", u"a.PNG", u"b2.jpg", u"b10.jpg"}},
       {BrowseSort::Name, ShowHidden::Yes, {u".git", u"alpha", u"Zoo", u".hid.png", u"a.PNG", u"b2.jpg", u"b10.jpg"}},
       // Newest first; a.PNG and b10.jpg tie on time and keep name order.
@@ -75,8 +71,7 @@ TEST(BrowseModel, ListFolderSeesFilesFoldersSizesAndDotFiles) {
   ASSERT_TRUE(listed);
   auto v = GridEntries(*listed, BrowseSort::Name, ShowHidden::Yes, &OpensImages);
   ASSERT_EQ(Names(v), (std::vector<std::u16string>{u"sub", u".h.png", u"a.png"}));
-  EXPECT_TRUE(v[0].folder);
-  EXPECT_TRUE(v[1].hidden);
+  EXPECT_TRUE(v[0].folder && v[1].hidden && !v[2].hidden);
   EXPECT_EQ(v[2].size, 5u);
   EXPECT_FALSE(ListFolder(dir / "missing"));
 }
@@ -107,23 +102,12 @@ TEST(BrowseModel, HistoryGoesBackAndForwardAndANewVisitDropsTheForwardPart) {
 }
 
 // 3 columns of 100 x 120 with 10 around: width 10 + 3 * 110 = 340.
-GridLayout Grid(int32_t count, int32_t viewHeight = 270) {
-  GridLayout g;
-  g.cellWidth = 100;
-  g.cellHeight = 120;
-  g.gap = 10;
-  g.viewWidth = 345;
-  g.viewHeight = viewHeight;
-  g.count = count;
-  return g;
-}
+GridLayout Grid(int32_t count) { return {100, 120, 10, 345, 270, count}; }
 
 TEST(BrowseModel, GridPlacesAndHitsCells) {
   const GridLayout g = Grid(8);
-  EXPECT_EQ(g.Columns(), 3);
-  EXPECT_EQ(g.Rows(), 3);
-  EXPECT_EQ(g.ContentHeight(), 10 + 3 * 130);
-  EXPECT_EQ(g.MaxScroll(), 400 - 270);
+  EXPECT_EQ(std::tuple(g.Columns(), g.Rows(), g.ContentHeight(), g.MaxScroll()),
+            std::tuple(3, 3, 10 + 3 * 130, 400 - 270));
   EXPECT_EQ(g.Cell(4), (GridBox{120, 140, 100, 120}));
   const struct {
     int32_t x, y, index;
@@ -131,33 +115,23 @@ TEST(BrowseModel, GridPlacesAndHitsCells) {
               {235, 275, -1}, {15, 275, 6},  {125, 275, 7}, {340, 20, -1}, {15, 400, -1}};
   for (const auto& h : hits) EXPECT_EQ(g.HitTest(h.x, h.y), h.index) << h.x << "," << h.y;
   EXPECT_EQ(Grid(0).Columns(), 3);
-  GridLayout narrow = Grid(5);
-  narrow.viewWidth = 20;
-  EXPECT_EQ(narrow.Columns(), 1);
+  EXPECT_EQ((GridLayout{100, 120, 10, 20, 270, 5}.Columns()), 1);
 }
 
 TEST(BrowseModel, GridVisibleRangeFollowsTheScroll) {
   const GridLayout g = Grid(20);  // 7 rows
   // Row r covers [10 + 130 r, 130 + 130 r): at scroll 0 the view [0, 270)
   // holds rows 0 and 1 wholly and row 2 (from 270) not at all.
-  EXPECT_EQ(g.Visible(0), (std::pair<int32_t, int32_t>{0, 6}));
-  EXPECT_EQ(g.Visible(1), (std::pair<int32_t, int32_t>{0, 9}));
-  EXPECT_EQ(g.Visible(130), (std::pair<int32_t, int32_t>{3, 9}));
-  EXPECT_EQ(g.Visible(131), (std::pair<int32_t, int32_t>{3, 12}));
-  EXPECT_EQ(g.Visible(250), (std::pair<int32_t, int32_t>{3, 12}));
-  EXPECT_EQ(g.Visible(259), (std::pair<int32_t, int32_t>{3, 12}));
-  EXPECT_EQ(g.Visible(260), (std::pair<int32_t, int32_t>{6, 12}));
-  EXPECT_EQ(g.Visible(g.MaxScroll()), (std::pair<int32_t, int32_t>{15, 20}));
-  EXPECT_EQ(Grid(0).Visible(0), (std::pair<int32_t, int32_t>{0, 0}));
+  const struct { int32_t scroll, first, last; } cases[] = {{0, 0, 6},    {1, 0, 9},    {130, 3, 9},
+                                                          {131, 3, 12}, {250, 3, 12}, {259, 3, 12},
+                                                          {260, 6, 12}, {g.MaxScroll(), 15, 20}};
+  for (const auto& c : cases) EXPECT_EQ(g.Visible(c.scroll), std::pair(c.first, c.last)) << c.scroll;
+  EXPECT_EQ(Grid(0).Visible(0), std::pair(0, 0));
 }
 
 TEST(BrowseModel, GridKeysMoveTheSelection) {
-  const GridLayout g = Grid(8, 270);  // page: 2 rows = 6 cells
-  const struct {
-    int32_t from;
-    GridKey key;
-    int32_t to;
-  } cases[] = {
+  const GridLayout g = Grid(8);  // page: 2 rows = 6 cells
+  const struct { int32_t from; GridKey key; int32_t to; } cases[] = {
       {-1, GridKey::Right, 0}, {-1, GridKey::End, 7}, {0, GridKey::Left, 0},    {2, GridKey::Right, 3},
       {7, GridKey::Right, 7},  {4, GridKey::Up, 1},   {1, GridKey::Up, 1},      {1, GridKey::Down, 4},
       {4, GridKey::Down, 7},   {5, GridKey::Down, 7}, {6, GridKey::Down, 6},    {7, GridKey::Down, 7},
@@ -170,19 +144,14 @@ TEST(BrowseModel, GridKeysMoveTheSelection) {
 
 TEST(BrowseModel, GridScrollsJustEnoughToShowACell) {
   const GridLayout g = Grid(20);
-  EXPECT_EQ(g.ScrollToShow(0, 100), 0);
-  EXPECT_EQ(g.ScrollToShow(4, 0), 0);        // already in view
-  EXPECT_EQ(g.ScrollToShow(7, 0), 130);  // row 2 ends at 390, plus the gap
-  EXPECT_EQ(g.ScrollToShow(19, 0), g.MaxScroll());
-  EXPECT_EQ(g.ScrollToShow(3, 500), 130);
+  // Cell 4 is already in view; row 2 ends at 390, plus the gap.
+  for (auto [cell, from, to] : {std::tuple{0, 100, 0}, {4, 0, 0}, {7, 0, 130}, {19, 0, g.MaxScroll()}, {3, 500, 130}})
+    EXPECT_EQ(g.ScrollToShow(cell, from), to) << cell << " from " << from;
   EXPECT_EQ(g.ClampScroll(-5), 0);
 }
 
 TEST(BrowseModel, FitWithinKeepsAspectAndNeverEnlarges) {
-  const struct {
-    int32_t w, h, bw, bh;
-    PixelSize out;
-  } cases[] = {
+  const struct { int32_t w, h, bw, bh; PixelSize out; } cases[] = {
       {4000, 3000, 160, 160, {160, 120}}, {3000, 4000, 160, 160, {120, 160}}, {100, 50, 160, 160, {100, 50}},
       {160, 160, 160, 160, {160, 160}},   {10000, 1, 100, 100, {100, 1}},     {1, 10000, 100, 100, {1, 100}},
       {0, 10, 100, 100, {0, 0}},          {10, 10, 0, 100, {0, 0}},           {1000, 999, 100, 100, {100, 100}},
@@ -197,32 +166,23 @@ TEST(BrowseModel, ShrinkToFitAveragesTheCoveredPixels) {
   Surface s(8, 4);
   for (int32_t y = 0; y < 4; ++y)
     for (int32_t x = 0; x < 8; ++x) s.At(x, y) = x < 4 ? 0xFFFF0000u : 0x0000FF00u;
-  const Surface two = ShrinkToFit(s, 2, 2);
-  ASSERT_EQ(two.Width(), 2);
-  ASSERT_EQ(two.Height(), 1);
-  EXPECT_EQ(two.At(0, 0), 0xFFFF0000u);
-  EXPECT_EQ(two.At(1, 0), 0u);
-  const Surface one = ShrinkToFit(s, 1, 1);
-  EXPECT_EQ(one.At(0, 0), 0x80FF0000u);
-  const Surface same = ShrinkToFit(s, 100, 100);
-  EXPECT_EQ(same.Width(), 8);
-  EXPECT_EQ(same.At(5, 2), 0x0000FF00u);
+  Surface two(2, 1), one(1, 1);
+  two.At(0, 0) = 0xFFFF0000u;
+  one.Fill(0x80FF0000u);
+  EXPECT_TRUE(SamePixels(ShrinkToFit(s, 2, 2), two));
+  EXPECT_TRUE(SamePixels(ShrinkToFit(s, 1, 1), one));
+  EXPECT_TRUE(SamePixels(ShrinkToFit(s, 100, 100), s));  // never enlarged
   EXPECT_TRUE(ShrinkToFit(Surface(), 10, 10).Empty());
   // A grey ramp shrinks to the mean of each span.
-  Surface ramp(6, 1);
+  Surface ramp(6, 1), means(3, 1);
   for (int32_t x = 0; x < 6; ++x) ramp.At(x, 0) = 0xFF000000u | uint32_t(x * 30);
-  const Surface r = ShrinkToFit(ramp, 3, 3);
-  ASSERT_EQ(r.Width(), 3);
-  EXPECT_EQ(r.At(0, 0) & 0xFF, 15u);
-  EXPECT_EQ(r.At(2, 0) & 0xFF, 135u);
+  for (int32_t x = 0; x < 3; ++x) means.At(x, 0) = 0xFF000000u | uint32_t(15 + x * 60);
+  EXPECT_TRUE(SamePixels(ShrinkToFit(ramp, 3, 3), means));
 }
 
 TEST(BrowseModel, ThumbnailsLoadVisibleFirstThenBelowThenAbove) {
   using T = ThumbState;
-  const struct {
-    std::vector<ThumbState> states;
-    int32_t first, last, next;
-  } cases[] = {
+  const struct { std::vector<ThumbState> states; int32_t first, last, next; } cases[] = {
       {{T::Waiting, T::Waiting, T::Waiting, T::Waiting}, 2, 3, 2},
       {{T::Waiting, T::Waiting, T::Done, T::Waiting}, 2, 3, 3},
       {{T::Waiting, T::Waiting, T::Loading, T::Done}, 2, 4, 1},
@@ -234,15 +194,12 @@ TEST(BrowseModel, ThumbnailsLoadVisibleFirstThenBelowThenAbove) {
 }
 
 TEST(BrowseModel, CaptionsNameSizeTypeAndBytes) {
-  EXPECT_EQ(FileSizeText(0), u"0 bytes");
-  EXPECT_EQ(FileSizeText(1023), u"1,023 bytes");
-  EXPECT_EQ(FileSizeText(1024), u"1.0 KB");
-  EXPECT_EQ(FileSizeText(3355443), u"3.2 MB");
-  EXPECT_EQ(FileSizeText(1048575), u"1.0 MB");
-  EXPECT_EQ(FileTypeText("a/B.JPG"), u"JPEG image");
-  EXPECT_EQ(FileTypeText("x.tvl"), u"Tavora layered image");
-  EXPECT_EQ(FileTypeText("x.raw"), u"RAW file");
-  EXPECT_EQ(FileTypeText("noext"), u"File");
+  for (auto [bytes, text] : {std::pair<uint64_t, std::u16string_view>{0, u"0 bytes"}, {1023, u"1,023 bytes"},
+                             {1024, u"1.0 KB"}, {3355443, u"3.2 MB"}, {1048575, u"1.0 MB"}})
+    EXPECT_EQ(FileSizeText(bytes), text) << bytes;
+  for (auto [name, text] : {std::pair<const char*, std::u16string_view>{"a/B.JPG", u"JPEG image"},
+                            {"x.tvl", u"Tavora layered image"}, {"x.raw", u"RAW file"}, {"noext", u"File"}})
+    EXPECT_EQ(FileTypeText(name), text) << name;
   EXPECT_EQ(PreviewCaption(4000, 3000, "p.jpg", 2048), u"4000 \u00D7 3000 px   JPEG image   2.0 KB");
 }
 

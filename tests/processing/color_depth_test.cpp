@@ -5,22 +5,21 @@
 #include <set>
 
 #include "document/history.h"
+#include "tool_helpers.h"
 
 namespace tavora {
 namespace {
 
-uint32_t Grey(uint32_t v) { return 0xFF000000u | v << 16 | v << 8 | v; }
+using testing_support::Grey;
 
 TEST(MedianCut, SplitsAlongTheWidestWeightedAxisAtThePixelMedian) {
   // A grey ramp: equal ranges weigh 3, 4, 2, so green leads; the halves
   // meet at the median pixel count.
   std::vector<uint32_t> ramp;
   for (uint32_t v = 0; v < 256; ++v) ramp.push_back(Grey(v));
-  const auto two = MedianCutPalette(ramp.data(), ramp.size(), 2);
-  ASSERT_EQ(two.size(), 2u);
-  // 32 cells of 8 values each; the first 16 cells hold values 0..127.
-  EXPECT_EQ(two[0], Grey(63));   // the mean of the cell means 3, 11, ..., 123
-  EXPECT_EQ(two[1], Grey(191));
+  // 32 cells of 8 values each; the first 16 cells hold values 0..127, whose
+  // cell means 3, 11, ..., 123 average 63.
+  EXPECT_EQ(MedianCutPalette(ramp.data(), ramp.size(), 2), (std::vector<uint32_t>{Grey(63), Grey(191)}));
   // Four distinct colours each in its own cell come back exactly, and a
   // larger count than occupied cells gives a smaller palette.
   const std::vector<uint32_t> four = {0xFFFF0000, 0xFF00FF00, 0xFF0000FF, 0xFF000000, 0xFFFF0000};
@@ -33,12 +32,10 @@ TEST(MedianCut, TheInverseTableTakesTheNearestAndTheLowerIndexOnATie) {
   const std::vector<uint32_t> palette = {Grey(0), Grey(255), Grey(0)};
   const auto table = InversePaletteTable(palette);
   ASSERT_EQ(table.size(), 32768u);
-  EXPECT_EQ(table[0], 0);      // centre 4,4,4: black, not the later copy
-  EXPECT_EQ(table[32767], 1);  // centre 252
-  // The channels weigh 3, 4, 2: the centre (124, 132, 128) is nearer white
+  // Centre 4,4,4 is black, not its later copy; centre 252 white. The
+  // channels weigh 3, 4, 2: the centre (124, 132, 128) is nearer white
   // (144,257) than black (148,592).
-  const uint32_t cell = (15u << 10) | (16u << 5) | 15u;
-  EXPECT_EQ(table[cell], 1);
+  EXPECT_EQ(std::tuple(table[0], table[32767], table[(15u << 10) | (16u << 5) | 15u]), std::tuple(0, 1, 1));
 }
 
 TEST(ColorDepth, GridsHitEvenlySpacedLevelsAndDitheringKeepsTheAverage) {
@@ -83,15 +80,14 @@ TEST(ColorDepth, TheCommandFlattensRecordsTheCountAndKeepsToTheSelection) {
   ApplyColorDepth(*doc, 32768, false, DepthMode::Grid555);
   EXPECT_EQ(doc->LayerCount(), 1);
   ASSERT_EQ(doc->history.states.size(), 2u);
-  EXPECT_EQ(doc->history.states[0].label, u"Flatten");
-  EXPECT_EQ(doc->history.states[1].label, u"Color Depth");
+  EXPECT_EQ(std::pair(doc->history.states[0].label, doc->history.states[1].label),
+            std::pair(std::u16string(u"Flatten"), std::u16string(u"Color Depth")));
   EXPECT_EQ(doc->colorCount, 32768);
   const Surface& p = doc->layers[0].pixels;
   EXPECT_EQ(p.At(1, 1), p.At(3, 3));  // outside the selection: as flattened
   EXPECT_EQ(ColorDepthRow(32768, DepthMode::Grid555), 2);
   EXPECT_EQ(ColorDepthRow(100, DepthMode::Palette), 3);
-  ASSERT_TRUE(Undo(*doc));
-  ASSERT_TRUE(Undo(*doc));
+  ASSERT_TRUE(Undo(*doc) && Undo(*doc));
   EXPECT_EQ(doc->LayerCount(), 2);
 }
 

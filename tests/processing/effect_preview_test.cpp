@@ -10,10 +10,12 @@
 #include "pixels.h"
 #include "processing/adjustments.h"
 #include "processing/lens_flare.h"
+#include "processing/processing_helpers.h"
 
 namespace tavora {
 namespace {
 
+using testing_support::Painted;
 using testing_support::Px;
 using testing_support::SamePixels;
 
@@ -22,9 +24,8 @@ using testing_support::SamePixels;
 std::unique_ptr<Document> Picture(int32_t w, int32_t h) {
   auto doc = CreateDocument(w, h, 72, 0xFFFFFFFF, 0);
   std::mt19937 rng(7);
-  Surface& s = doc->layers[0].pixels;
-  for (int32_t y = 0; y < h; ++y)
-    for (int32_t x = 0; x < w; ++x) s.At(x, y) = rng() | (x % 5 == 0 ? 0x80000000u : 0xFF000000u);
+  doc->layers[0].pixels =
+      Painted(w, h, [&](int32_t x, int32_t) { return rng() | (x % 5 ? 0xFF000000u : 0x80000000u); });
   doc->selection = SelectionMask(w, h);
   for (int32_t y = 4; y < h - 6; ++y)
     for (int32_t x = 0; x < w / 2; ++x) doc->selection->At(x, y) = uint8_t(x * 37 % 256);
@@ -109,14 +110,13 @@ TEST(EffectPreview, AReducedPreviewKeepsARampAndLendsNoColourFromTransparentPixe
   const EffectDef& bc = *FindEffect(u"brightness-contrast");  // with 0, 0: the pixels as they are
   auto doc = CreateDocument(96, 64, 72, 0, 0);
   Surface& s = doc->layers[0].pixels;
-  for (int32_t y = 0; y < 64; ++y)
-    for (int32_t x = 0; x < 96; ++x)
-      s.At(x, y) = y < 32 ? Px(255, uint32_t(x * 2), 40, 200) : (x + y) % 2 ? Px(255, 255, 0, 0) : 0;
+  s = Painted(96, 64, [](int32_t x, int32_t y) {
+    return y < 32 ? Px(255, uint32_t(x * 2), 40, 200) : (x + y) % 2 ? Px(255, 255, 0, 0) : 0;
+  });
   const Surface original = s;
   EffectPreviewSession session(*doc, bc);
   const EffectResult half = RunToEnd(session, {{0, 0}}, 0.5);
-  EXPECT_EQ(half.width, 48);
-  EXPECT_EQ(half.height, 32);
+  EXPECT_EQ(std::pair(half.width, half.height), std::pair(48, 32));
   session.Show(half);
   for (int32_t x = 0; x < 96; ++x) {
     const uint32_t p = s.At(x, 10);
@@ -129,8 +129,7 @@ TEST(EffectPreview, AReducedPreviewKeepsARampAndLendsNoColourFromTransparentPixe
 }
 
 TEST(EffectPreview, ThumbnailClicksLandOnTheMarkedPixel) {
-  EXPECT_EQ(FitThumbnail(4000, 3000, 240).height, 180);
-  EXPECT_EQ(FitThumbnail(100, 400, 240).width, 60);
+  EXPECT_EQ(std::pair(FitThumbnail(4000, 3000, 240).height, FitThumbnail(100, 400, 240).width), std::pair(180, 60));
   for (int32_t area : {4000, 241, 37}) {
     SCOPED_TRACE(area);
     // A click maps to an area pixel whose cross sits in the clicked thumbnail pixel.
@@ -140,17 +139,13 @@ TEST(EffectPreview, ThumbnailClicksLandOnTheMarkedPixel) {
       if (area >= 240) EXPECT_EQ(back, p);
       else EXPECT_EQ(ThumbnailToArea(back, 240, area), a);
     }
-    EXPECT_EQ(ThumbnailToArea(-20, 240, area), 0);
-    EXPECT_EQ(ThumbnailToArea(900, 240, area), area - 1);
+    EXPECT_EQ(std::pair(ThumbnailToArea(-20, 240, area), ThumbnailToArea(900, 240, area)), std::pair(0, area - 1));
   }
   // Opaque pixels as they are; transparent ones show the checkerboard.
-  Surface layer(40, 20);
-  for (int32_t y = 0; y < 20; ++y)
-    for (int32_t x = 20; x < 40; ++x) layer.At(x, y) = Px(255, 10, 20, 30);
+  const Surface layer = Painted(40, 20, [](int32_t x, int32_t) { return x < 20 ? 0 : Px(255, 10, 20, 30); });
   std::vector<uint32_t> out(16 * 8);
   RenderThumbnail(layer, {0, 0, 40, 20}, 16, 8, out.data());
-  EXPECT_EQ(out[15], 0x0A141Eu);
-  EXPECT_EQ(out[0], 0xFFFFFFu);
+  EXPECT_EQ(std::pair(out[0], out[15]), std::pair(0xFFFFFFu, 0x0A141Eu));
 }
 
 }  // namespace

@@ -8,20 +8,17 @@
 #include <vector>
 
 #include "base/progress.h"
-#include "base/row_workers.h"
+#include "pixels.h"
 #include "processing/adjustments.h"
+#include "processing/processing_helpers.h"
 
 namespace tavora {
 namespace {
 
-uint32_t Px(uint32_t a, uint32_t r, uint32_t g, uint32_t b) { return a << 24 | r << 16 | g << 8 | b; }
-
-std::vector<uint32_t> Noise(std::size_t n, uint32_t seed, bool opaque) {
-  std::mt19937 rng(seed);
-  std::vector<uint32_t> v(n);
-  for (auto& p : v) p = opaque ? rng() | 0xFF000000u : rng();
-  return v;
-}
+using testing_support::Applied;
+using testing_support::Processors;
+using testing_support::Px;
+constexpr auto Noise = testing_support::RandomPixels;
 
 // The moving average written the slow way: every window summed afresh.
 std::vector<uint32_t> ReferenceBox(const std::vector<uint32_t>& in, int w, int h, int r) {
@@ -72,13 +69,13 @@ TEST(GaussianBlurFilter, PreservesEnergyIsSymmetricAndThreadsAgree) {
   EXPECT_NEAR(double(total), 255.0, 40.0);  // rounding in three passes
   EXPECT_GT(img[20 * 41 + 20] & 255, img[20 * 41 + 23] & 255);
 
-  auto a = Noise(300 * 200, 9, false), b = a;
-  RowWorkers::OverrideProcessorCountForTesting(1);
-  GaussianBlur(a.data(), 300, 200, 3.5f);
-  RowWorkers::OverrideProcessorCountForTesting(16);
-  GaussianBlur(b.data(), 300, 200, 3.5f);
-  RowWorkers::OverrideProcessorCountForTesting(0);
-  EXPECT_EQ(a, b);
+  auto blurred = [](int processors) {
+    const Processors split(processors);
+    auto px = Noise(300 * 200, 9, false);
+    GaussianBlur(px.data(), 300, 200, 3.5f);
+    return px;
+  };
+  EXPECT_EQ(blurred(1), blurred(16));
 
   auto same = Noise(100, 4, false), orig = same;
   GaussianBlur(same.data(), 10, 10, 0.3f);  // below 0.5: nothing
@@ -87,34 +84,27 @@ TEST(GaussianBlurFilter, PreservesEnergyIsSymmetricAndThreadsAgree) {
 
 TEST(BlurFilter, AveragesNeighbourhoodsWithoutDarkFringes) {
   // A transparent pixel between opaque red ones takes their colour.
-  std::vector<uint32_t> px{Px(255, 255, 0, 0), 0x00000000, Px(255, 255, 0, 0)};
-  BlurParams one{1.0f};
-  Blur(px.data(), 3, 1, &one);
-  EXPECT_EQ(px[1] & 0x00FFFFFFu, 0x00FF0000u);
-  EXPECT_EQ(px[1] >> 24, 170u);  // (255 + 0 + 255 + 1) / 3
+  const BlurParams one{1.0f};
+  // Alpha (255 + 0 + 255 + 1) / 3.
+  EXPECT_EQ(Applied(Blur, {Px(255, 255, 0, 0), 0, Px(255, 255, 0, 0)}, 3, 1, one)[1], Px(170, 255, 0, 0));
   std::vector<uint32_t> grey(9, Px(255, 90, 90, 90));
   grey[4] = Px(255, 0, 0, 0);
-  Blur(grey.data(), 3, 3, &one);
-  EXPECT_EQ(grey[4], Px(255, 80, 80, 80));  // (8 x 90 + 0 + 4) / 9
+  EXPECT_EQ(Applied(Blur, grey, 3, 3, one)[4], Px(255, 80, 80, 80));  // (8 x 90 + 0 + 4) / 9
 }
 
 TEST(SharpenFilter, ThresholdProtectsSmallDifferences) {
   std::vector<uint32_t> step;
   for (int x = 0; x < 20; ++x) step.push_back(x < 10 ? Px(255, 100, 100, 100) : Px(255, 130, 130, 130));
-  auto sharp = step;
-  SharpenParams all{2.0f, 100, 0}, protect{2.0f, 100, 60};
-  Sharpen(sharp.data(), 20, 1, &all);
-  EXPECT_LT(sharp[9] & 255, 100u);  // darker before the edge
+  const auto sharp = Applied(Sharpen, step, 20, 1, SharpenParams{2.0f, 100, 0});
+  EXPECT_LT(sharp[9] & 255, 100u);   // darker before the edge
   EXPECT_GT(sharp[10] & 255, 130u);  // brighter after it
-  auto kept = step;
-  Sharpen(kept.data(), 20, 1, &protect);  // a 30-level edge is under half of 60 everywhere
-  EXPECT_EQ(kept, step);
+  // A 30-level edge is under half of 60 everywhere.
+  EXPECT_EQ(Applied(Sharpen, step, 20, 1, SharpenParams{2.0f, 100, 60}), step);
 }
 
 TEST(NoiseFilter, RepeatableSkipsTransparencyAndStaysInRange) {
   auto a = Noise(2000, 11, true), b = a;
-  a[5] = 0x00123456;
-  b[5] = 0x00123456;
+  a[5] = b[5] = 0x00123456;
   AddNoiseParams p{40, false, true};
   AddNoise(a.data(), 2000, 1, &p);
   AddNoise(b.data(), 2000, 1, &p);
@@ -124,10 +114,8 @@ TEST(NoiseFilter, RepeatableSkipsTransparencyAndStaysInRange) {
   int changed = 0;
   for (int i = 0; i < 2000; ++i) changed += a[i] != original[i];
   EXPECT_GT(changed, 1500);
-  std::vector<uint32_t> grey(500, Px(255, 128, 128, 128));
-  AddNoiseParams mono{100, true, false};
-  AddNoise(grey.data(), 500, 1, &mono);
-  for (uint32_t g : grey) {
+  for (uint32_t g : Applied(AddNoise, std::vector<uint32_t>(500, Px(255, 128, 128, 128)), 500, 1,
+                            AddNoiseParams{100, true, false})) {
     ASSERT_EQ((g >> 16) & 255, g & 255);  // one value for all three channels
     ASSERT_LE(std::abs(int((g & 255)) - 128), 153);
   }
@@ -147,25 +135,20 @@ TEST(PixelateFilter, BlocksStartAtTheRegionCorner) {
   EXPECT_NE(p.At(10, 0), p.At(11, 0));           // the next starts at 11
   EXPECT_EQ(p.At(3, 0), Px(255, 65, 0, 0));      // mean of 30..100
   EXPECT_EQ(p.At(19, 0), p.At(23, 0));           // the last block is cut short
-  std::vector<uint32_t> clear(4, 0);
-  Pixelate(clear.data(), 2, 2, &eight);
-  EXPECT_EQ(clear, std::vector<uint32_t>(4, 0));
+  EXPECT_EQ(Applied(Pixelate, std::vector<uint32_t>(4, 0), 2, 2, eight), std::vector<uint32_t>(4, 0));
 }
 
 TEST(LuminanceFilters, FlatAreasGiveTheirDocumentedValues) {
-  std::vector<uint32_t> flat(25, Px(200, 0, 0, 0));
-  auto emboss = flat, edges = flat;
+  std::vector<uint32_t> emboss(25, Px(200, 0, 0, 0)), edges = emboss;
   Emboss(emboss.data(), 5, 5, nullptr);
-  EXPECT_EQ(emboss[12], Px(200, 128, 128, 128));
   EdgeDetect(edges.data(), 5, 5, nullptr);
-  EXPECT_EQ(edges[12], Px(200, 0, 0, 0));
+  EXPECT_EQ(std::pair(emboss[12], edges[12]), std::pair(Px(200, 128, 128, 128), Px(200, 0, 0, 0)));
   // A vertical edge: Sobel finds it, at full strength clamped to 255.
   std::vector<uint32_t> edge;
   for (int y = 0; y < 3; ++y)
     for (int x = 0; x < 4; ++x) edge.push_back(x < 2 ? Px(255, 0, 0, 0) : Px(255, 255, 255, 255));
   EdgeDetect(edge.data(), 4, 3, nullptr);
-  EXPECT_EQ(edge[4 + 1], Px(255, 255, 255, 255));
-  EXPECT_EQ(edge[4 + 0], Px(255, 0, 0, 0));
+  EXPECT_EQ(std::pair(edge[4 + 0], edge[4 + 1]), std::pair(Px(255, 0, 0, 0), Px(255, 255, 255, 255)));
 }
 
 // Lens Blur by its definition, every disc summed afresh: offsets with
@@ -195,11 +178,7 @@ std::vector<uint32_t> ReferenceLens(std::vector<uint32_t> px, int w, int h, int 
 }
 
 TEST(LensBlurFilter, MatchesTheDiscByDefinition) {
-  struct Case {
-    int w, h;
-    float radius, glow;
-    int processors = 0;  // 0: the machine's own count
-  };
+  struct Case { int w, h; float radius, glow; int processors = 0; };  // 0: the machine's own count
   // Radius 1, radii beyond the image, single pixels and lines, glow that
   // forces the 32-bit sums into the totals often, and row splits that cut
   // through the band and the blocks of rows.
@@ -213,11 +192,9 @@ TEST(LensBlurFilter, MatchesTheDiscByDefinition) {
     for (std::size_t i = 0; i < px.size(); i += 5) px[i] &= 0x00FFFFFFu;  // fully transparent
     for (std::size_t i = 2; i < px.size(); i += 7) px[i] |= 0xFF000000u;  // and opaque
     const auto want = ReferenceLens(px, k.w, k.h, int(k.radius + 0.5f), k.glow);
-    RowWorkers::OverrideProcessorCountForTesting(k.processors);
-    const LensBlurParams p{k.radius, k.glow};
-    LensBlur(px.data(), k.w, k.h, &p);
-    RowWorkers::OverrideProcessorCountForTesting(0);
-    ASSERT_EQ(px, want) << k.w << " x " << k.h << ", radius " << k.radius << ", glow " << k.glow;
+    const Processors split(k.processors);
+    ASSERT_EQ(Applied(LensBlur, px, k.w, k.h, LensBlurParams{k.radius, k.glow}), want)
+        << k.w << " x " << k.h << ", radius " << k.radius << ", glow " << k.glow;
   }
 }
 
@@ -226,15 +203,12 @@ TEST(LensBlurFilter, FlatStaysFlatAndCancelledRunsStop) {
   std::mt19937 rng(3);
   const LensBlurParams flatCases[] = {{9.0f, 0.0f}, {9.0f, 7.0f}, {40.0f, 20.0f}, {40.0f, 100.0f}};
   for (const LensBlurParams& p : flatCases) {
-    const uint32_t colour = p.glow >= 100.0f ? 0xFFFFFFFFu : rng() | 0xFF000000u;
-    std::vector<uint32_t> flat(50 * 40, colour);
-    LensBlur(flat.data(), 50, 40, &p);
-    ASSERT_EQ(flat, std::vector<uint32_t>(50 * 40, colour)) << "glow " << p.glow;
+    const std::vector<uint32_t> flat(50 * 40, p.glow >= 100.0f ? 0xFFFFFFFFu : rng() | 0xFF000000u);
+    ASSERT_EQ(Applied(LensBlur, flat, 50, 40, p), flat) << "glow " << p.glow;
   }
   // A translucent flat image may shift by the premultiply rounding, but evenly.
-  std::vector<uint32_t> glass(30 * 30, Px(77, 200, 31, 140));
-  const LensBlurParams glassy{6.0f, 3.0f};
-  LensBlur(glass.data(), 30, 30, &glassy);
+  const auto glass =
+      Applied(LensBlur, std::vector<uint32_t>(30 * 30, Px(77, 200, 31, 140)), 30, 30, LensBlurParams{6, 3});
   EXPECT_EQ(std::count(glass.begin(), glass.end(), glass[0]), 30 * 30);
 
   // Every row is reported once; an already cancelled run reports none and
@@ -245,27 +219,19 @@ TEST(LensBlurFilter, FlatStaysFlatAndCancelledRunsStop) {
     Progress progress;
     if (cancel) progress.Cancel();
     ScopedProgress scope(&progress);
-    RowWorkers::OverrideProcessorCountForTesting(4);
+    const Processors split(4);
     LensBlur(px.data(), 120, 300, &big);
-    RowWorkers::OverrideProcessorCountForTesting(0);
     EXPECT_EQ(progress.Fraction(), cancel ? 0.0 : 1.0);
   }
 }
 
-TEST(OtherBlurs, LensAndMotionBlurAverageWithoutChangingFlatAreas) {
-  std::vector<uint32_t> flat(100, Px(255, 40, 80, 120));
-  auto lens = flat, motion = flat;
-  LensBlurParams lp{3.0f, 50.0f};
-  MotionBlurParams mp{6.0f, 30.0f};
-  LensBlur(lens.data(), 10, 10, &lp);
-  MotionBlur(motion.data(), 10, 10, &mp);
-  EXPECT_EQ(lens, flat);
-  EXPECT_EQ(motion, flat);
+TEST(OtherBlurs, MotionBlurAveragesAlongItsAngleOnlyAndKeepsFlatAreas) {
+  const std::vector<uint32_t> flat(100, Px(255, 40, 80, 120));
+  EXPECT_EQ(Applied(MotionBlur, flat, 10, 10, MotionBlurParams{6, 30}), flat);
   // A horizontal motion blur spreads a dot along its row only.
   std::vector<uint32_t> dot(15 * 5, Px(255, 0, 0, 0));
   dot[2 * 15 + 7] = Px(255, 255, 255, 255);
-  MotionBlurParams horizontal{4.0f, 0.0f};
-  MotionBlur(dot.data(), 15, 5, &horizontal);
+  dot = Applied(MotionBlur, dot, 15, 5, MotionBlurParams{4, 0});
   EXPECT_GT(dot[2 * 15 + 9] & 255, 0u);
   EXPECT_EQ(dot[1 * 15 + 7] & 255, 0u);
   EXPECT_EQ(BlurMargin(2.0f), 8);

@@ -6,13 +6,16 @@
 #include <functional>
 #include <random>
 
-#include "base/row_workers.h"
 #include "document/history.h"
 #include "pixels.h"
+#include "processing/processing_helpers.h"
+#include "tool_helpers.h"
 
 namespace tavora {
 namespace {
 
+using testing_support::MaskBytes;
+using testing_support::Processors;
 using testing_support::SamePixels;
 
 // Random pixels: about a quarter fully transparent (with leftover colour),
@@ -82,7 +85,7 @@ void Select(Document& doc, const Rect& r, uint8_t value = 255) {
 }
 
 TEST(GeometryTurns, QuarterAndHalfTurnsMoveEveryPixelWhereDefinedAndBack) {
-  RowWorkers::OverrideProcessorCountForTesting(3);
+  const Processors split(3);
   for (auto [w, h] : {std::pair{1, 1}, {1, 9}, {9, 1}, {5, 3}, {64, 65}, {130, 67}}) {
     const Surface src = Noise(w, h, uint32_t(w * 1000 + h));
     const Surface right = Rotate90(src, Turn::Clockwise), left = Rotate90(src, Turn::CounterClockwise);
@@ -98,11 +101,10 @@ TEST(GeometryTurns, QuarterAndHalfTurnsMoveEveryPixelWhereDefinedAndBack) {
     EXPECT_TRUE(SamePixels(Rotate90(right, Turn::CounterClockwise), src));
     EXPECT_TRUE(SamePixels(Rotate180(half), src));
   }
-  RowWorkers::OverrideProcessorCountForTesting(0);
 }
 
 TEST(GeometryFreeRotation, MatchesThePlainDefinitionBitForBit) {
-  RowWorkers::OverrideProcessorCountForTesting(3);
+  const Processors split(3);
   std::mt19937 rng(77);
   const double angles[] = {17, -17, 45, 90, 180, -270, 0.5, 1000.25, 33.3};
   for (int i = 0; i < 36; ++i) {
@@ -117,25 +119,20 @@ TEST(GeometryFreeRotation, MatchesThePlainDefinitionBitForBit) {
                            ReferenceRotate(src, angle, size.width, size.height, fill)))
         << w << "x" << h << " by " << angle;
   }
-  RowWorkers::OverrideProcessorCountForTesting(0);
 }
 
 TEST(GeometryFreeRotation, ExpandedSizeIsTheBoundingBoxAndQuarterTurnsNeverGrow) {
-  struct Case {
-    int32_t w, h;
-    double angle;
-    PictureSize want;
-  } cases[] = {{3, 2, 90, {2, 3}},    {3, 2, 180, {3, 2}},  {5, 7, -90, {7, 5}},  {5, 7, 270, {7, 5}},
-               {10, 10, 45, {15, 15}}, {4, 2, 30, {5, 4}},  {1, 1, 1, {2, 2}},    {6000, 4000, 17, {6908, 5580}}};
-  for (const Case& c : cases) EXPECT_EQ(FreeRotationSize(c.w, c.h, c.angle, true), c.want) << c.angle;
+  const struct { int32_t w, h; double angle; PictureSize want; } cases[] = {
+      {3, 2, 90, {2, 3}},     {3, 2, 180, {3, 2}}, {5, 7, -90, {7, 5}}, {5, 7, 270, {7, 5}},
+      {10, 10, 45, {15, 15}}, {4, 2, 30, {5, 4}},  {1, 1, 1, {2, 2}},   {6000, 4000, 17, {6908, 5580}}};
+  for (const auto& c : cases) EXPECT_EQ(FreeRotationSize(c.w, c.h, c.angle, true), c.want) << c.angle;
 
   // Positive angles turn clockwise: a quarter turn is Rotate Right.
   auto doc = CreateDocument(3, 2, 72, 0, 0);
   doc->layers[0].pixels = Opaque(Noise(3, 2, 5));
   const Surface right = Rotate90(doc->layers[0].pixels, Turn::Clockwise);
   ASSERT_TRUE(FreeRotateImage(*doc, 90, true, 0));
-  EXPECT_EQ(doc->width, 2);
-  EXPECT_EQ(doc->height, 3);
+  EXPECT_EQ(std::pair(doc->width, doc->height), std::pair(2, 3));
   EXPECT_TRUE(SamePixels(doc->layers[0].pixels, right));
 }
 
@@ -143,9 +140,9 @@ TEST(GeometryFreeRotation, CornersAreTransparentExceptOnTheBackground) {
   for (uint32_t color : {0x00000000u, 0x00336699u}) {
     auto doc = NoisyDoc(20, 10);
     ASSERT_TRUE(FreeRotateImage(*doc, 30, true, color));
-    EXPECT_EQ(doc->layers[0].pixels.At(0, 0), color | 0xFF000000u);
-    EXPECT_EQ(doc->layers[1].pixels.At(0, 0), 0u);
-    EXPECT_EQ(doc->layers[0].pixels.At(doc->width - 1, doc->height - 1), color | 0xFF000000u);
+    const Surface &bg = doc->layers[0].pixels, &top = doc->layers[1].pixels;
+    EXPECT_EQ(std::tuple(bg.At(0, 0), bg.At(doc->width - 1, doc->height - 1), top.At(0, 0)),
+              std::tuple(color | 0xFF000000u, color | 0xFF000000u, 0u));
   }
 }
 
@@ -170,8 +167,7 @@ TEST(GeometryCanvasSize, EveryAnchorPlacesTheOldPixelsAndLeansOnOddDifferences) 
   EXPECT_FALSE(CanvasSize(*doc, 10, 10, 4, 0));
   EXPECT_TRUE(doc->history.states.empty());
   ASSERT_TRUE(CanvasSize(*doc, 0, 99999, 4, 0));
-  EXPECT_EQ(doc->width, 1);
-  EXPECT_EQ(doc->height, kMaxGeometrySide);
+  EXPECT_EQ(std::pair(doc->width, doc->height), std::pair(1, kMaxGeometrySide));
 }
 
 TEST(GeometryCrop, KeepsTheSelectionsRectangleOrNothing) {
@@ -183,23 +179,19 @@ TEST(GeometryCrop, KeepsTheSelectionsRectangleOrNothing) {
   const Surface top = doc->layers[1].pixels;
   Select(*doc, {3, 2, 10, 5});
   ASSERT_TRUE(CropToSelection(*doc));
-  EXPECT_EQ(doc->width, 7);
-  EXPECT_EQ(doc->height, 3);
+  EXPECT_EQ(std::pair(doc->width, doc->height), std::pair(7, 3));
   EXPECT_FALSE(doc->selection);
   for (int32_t y = 0; y < 3; ++y)
     for (int32_t x = 0; x < 7; ++x) ASSERT_EQ(doc->layers[1].pixels.At(x, y), top.At(x + 3, y + 2));
 }
 
 TEST(GeometryFlip, PixelsAndSelectionTurnTogetherAndTwiceRestores) {
-  struct Case {
-    bool (*command)(Document&);
-    bool vertical;
-  } cases[] = {{FlipImage, true}, {MirrorImage, false}};
+  struct Case { bool (*command)(Document&); bool vertical; } cases[] = {{FlipImage, true}, {MirrorImage, false}};
   for (const Case& c : cases) {
     auto doc = NoisyDoc(9, 6);
     Select(*doc, {1, 1, 4, 3}, 200);
     const Surface top = doc->layers[1].pixels;
-    const std::vector<uint8_t> mask(doc->selection->Data(), doc->selection->Data() + 54);
+    const std::vector<uint8_t> mask = MaskBytes(*doc->selection);
     ASSERT_TRUE(c.command(*doc));
     for (int32_t y = 0; y < 6; ++y)
       for (int32_t x = 0; x < 9; ++x) {
@@ -210,17 +202,16 @@ TEST(GeometryFlip, PixelsAndSelectionTurnTogetherAndTwiceRestores) {
     EXPECT_EQ(doc->selectionBounds, (c.vertical ? Rect{1, 3, 4, 5} : Rect{5, 1, 8, 3}));
     ASSERT_TRUE(c.command(*doc));
     EXPECT_TRUE(SamePixels(doc->layers[1].pixels, top));
-    EXPECT_EQ(std::vector<uint8_t>(doc->selection->Data(), doc->selection->Data() + 54), mask);
+    EXPECT_EQ(MaskBytes(*doc->selection), mask);
     EXPECT_EQ(doc->selectionBounds, (Rect{1, 1, 4, 3}));
   }
 }
 
+std::pair<int32_t, int32_t> Offset(const Layer& layer) { return {layer.extended->x, layer.extended->y}; }
+
 // A canvas-sized layer's content with `extended` past the canvas at (x, y).
 void GiveExtended(Layer& layer, int32_t x, int32_t y, int32_t w, int32_t h, uint32_t seed) {
-  layer.extended = std::make_unique<ExtendedContent>();
-  layer.extended->x = x;
-  layer.extended->y = y;
-  layer.extended->pixels = Noise(w, h, seed);
+  layer.extended = std::make_unique<ExtendedContent>(ExtendedContent{x, y, Noise(w, h, seed)});
   layer.RebuildFromExtended();
 }
 
@@ -231,8 +222,7 @@ TEST(GeometryLayerFlip, ExtendedContentTurnsAboutTheCanvasAndTwiceRestores) {
     GiveExtended(layer, -3, 2, 12, 5, 9);
     const Surface canvas = layer.pixels, ext = layer.extended->pixels;
     ASSERT_TRUE(vertical ? FlipLayer(*doc) : MirrorLayer(*doc));
-    EXPECT_EQ(layer.extended->x, vertical ? -3 : 8 - (12 - 3));
-    EXPECT_EQ(layer.extended->y, vertical ? 6 - (5 + 2) : 2);
+    EXPECT_EQ(Offset(layer), std::pair(vertical ? -3 : 8 - (12 - 3), vertical ? 6 - (5 + 2) : 2));
     for (int32_t y = 0; y < 5; ++y)
       for (int32_t x = 0; x < 12; ++x)
         ASSERT_EQ(layer.extended->pixels.At(x, y), vertical ? ext.At(x, 4 - y) : ext.At(11 - x, y));
@@ -242,8 +232,7 @@ TEST(GeometryLayerFlip, ExtendedContentTurnsAboutTheCanvasAndTwiceRestores) {
     ASSERT_TRUE(vertical ? FlipLayer(*doc) : MirrorLayer(*doc));
     EXPECT_TRUE(SamePixels(layer.pixels, canvas));
     EXPECT_TRUE(SamePixels(layer.extended->pixels, ext));
-    EXPECT_EQ(layer.extended->x, -3);
-    EXPECT_EQ(layer.extended->y, 2);
+    EXPECT_EQ(Offset(layer), std::pair(-3, 2));
   }
 }
 
@@ -261,8 +250,7 @@ TEST(GeometryLayerRotation, KeepsWhatFallsPastTheCanvasAndTurnsBack) {
   // half up to (4, 0): its last row is below the canvas and stays.
   ASSERT_TRUE(RotateLayer90(*doc, true));
   ASSERT_TRUE(layer.extended);
-  EXPECT_EQ(layer.extended->x, 4);
-  EXPECT_EQ(layer.extended->y, 0);
+  EXPECT_EQ(Offset(layer), std::pair(4, 0));
   EXPECT_TRUE(SamePixels(layer.extended->pixels, Rotate90(object, Turn::Clockwise)));
   EXPECT_EQ(LayerContentBox(layer), (Rect{4, 0, 6, 7}));
   // Rounding half down on the way back lands on the very same pixels.
@@ -278,8 +266,8 @@ TEST(GeometryLayerRotation, KeepsWhatFallsPastTheCanvasAndTurnsBack) {
   const PictureSize size = FreeRotationSize(7, 2, 30, true);
   EXPECT_TRUE(SamePixels(layer.extended->pixels,
                          RotateFree(Rotate180(object), 30, size.width, size.height, 0)));
-  EXPECT_EQ(layer.extended->x, int32_t(std::floor(4.5 - size.width / 2.0 + 0.5)));
-  EXPECT_EQ(layer.extended->y, int32_t(std::floor(3 - size.height / 2.0 + 0.5)));
+  EXPECT_EQ(Offset(layer), std::pair(int32_t(std::floor(4.5 - size.width / 2.0 + 0.5)),
+                                     int32_t(std::floor(3 - size.height / 2.0 + 0.5))));
 
   // The Background turns within the canvas; what it uncovers is opaque black.
   doc->active = 0;
@@ -292,9 +280,7 @@ TEST(GeometryLayerRotation, KeepsWhatFallsPastTheCanvasAndTurnsBack) {
 
 TEST(GeometryResizeLayer, RefusesWhatItCannotDoAndResamplesAboutTheCentre) {
   auto doc = NoisyDoc(20, 10);
-  struct Case {
-    int32_t active, w, h;
-  } refused[] = {{0, 10, 10}, {1, 0, 5}, {1, 5, 0}, {1, 15000, 10001}};
+  struct Case { int32_t active, w, h; } refused[] = {{0, 10, 10}, {1, 0, 5}, {1, 5, 0}, {1, 15000, 10001}};
   for (const Case& c : refused) {
     doc->active = c.active;
     EXPECT_FALSE(ResizeLayer(*doc, c.w, c.h, 0)) << c.w << "x" << c.h;
@@ -307,17 +293,13 @@ TEST(GeometryResizeLayer, RefusesWhatItCannotDoAndResamplesAboutTheCentre) {
   layer.pixels = Surface(20, 10);
   layer.pixels.At(4, 3) = layer.pixels.At(5, 3) = 0xFF0000FFu;  // a 2 x 1 box centred at (5, 3.5)
   ASSERT_TRUE(ResizeLayer(*doc, 6, 3, 0));
-  EXPECT_EQ(layer.extended->x, 2);
-  EXPECT_EQ(layer.extended->y, 2);
-  EXPECT_EQ(layer.pixels.At(2, 2), 0xFF0000FFu);
-  EXPECT_EQ(layer.pixels.At(7, 4), 0xFF0000FFu);
-  EXPECT_EQ(layer.pixels.At(8, 4), 0u);
+  EXPECT_EQ(Offset(layer), std::pair(2, 2));
+  EXPECT_EQ(std::tuple(layer.pixels.At(2, 2), layer.pixels.At(7, 4), layer.pixels.At(8, 4)),
+            std::tuple(0xFF0000FFu, 0xFF0000FFu, 0u));
 
-  struct Check {
-    int32_t w, h;
-    bool ok;
-  } checks[] = {{1, 1, true}, {30000, 5000, true}, {30000, 5001, false}, {0, 4, false}, {30001, 1, false}};
-  for (const Check& c : checks)
+  const struct { int32_t w, h; bool ok; } checks[] = {
+      {1, 1, true}, {30000, 5000, true}, {30000, 5001, false}, {0, 4, false}, {30001, 1, false}};
+  for (const auto& c : checks)
     EXPECT_EQ(std::u16string(CheckResizeLayerSize(c.w, c.h)),
               c.ok ? u"" : u"Size must be between 1 and 30000 pixels per side.");
 }
@@ -344,10 +326,7 @@ TEST(GeometryLayerFromSelection, WeighsAlphaByTheSelectionAndKeepsIt) {
 }
 
 TEST(GeometryHistory, EachCommandIsOneStepThatUndoesExactly) {
-  struct Case {
-    const char16_t* label;
-    std::function<bool(Document&)> run;
-  } cases[] = {
+  struct Case { const char16_t* label; std::function<bool(Document&)> run; } cases[] = {
       {u"Canvas Size", [](Document& d) { return CanvasSize(d, 15, 7, 8, 0xFF00FF); }},
       {u"Crop", [](Document& d) { return CropToSelection(d); }},
       {u"Rotate Right", [](Document& d) { return RotateImage90(d, true); }},
@@ -377,8 +356,7 @@ TEST(GeometryHistory, EachCommandIsOneStepThatUndoesExactly) {
     const std::vector<Layer> after = doc->layers;
     const int32_t w = doc->width, h = doc->height;
     ASSERT_TRUE(Undo(*doc));
-    EXPECT_EQ(doc->width, 11);
-    EXPECT_EQ(doc->height, 9);
+    EXPECT_EQ(std::pair(doc->width, doc->height), std::pair(11, 9));
     ASSERT_EQ(doc->layers.size(), layers.size());
     for (std::size_t i = 0; i < layers.size(); ++i) {
       EXPECT_TRUE(SamePixels(doc->layers[i].pixels, layers[i].pixels));
@@ -387,8 +365,7 @@ TEST(GeometryHistory, EachCommandIsOneStepThatUndoesExactly) {
     EXPECT_TRUE(SamePixels(doc->layers[1].extended->pixels, layers[1].extended->pixels));
     EXPECT_EQ(doc->selectionBounds, (Rect{2, 1, 7, 8}));
     ASSERT_TRUE(Redo(*doc));
-    EXPECT_EQ(doc->width, w);
-    EXPECT_EQ(doc->height, h);
+    EXPECT_EQ(std::pair(doc->width, doc->height), std::pair(w, h));
     for (std::size_t i = 0; i < after.size(); ++i)
       EXPECT_TRUE(SamePixels(doc->layers[i].pixels, after[i].pixels));
   }

@@ -5,36 +5,32 @@
 #include <cmath>
 #include <random>
 
-#include "base/row_workers.h"
 #include "document/history.h"
+#include "file_bytes.h"
 #include "pixels.h"
 #include "processing/filters.h"
+#include "processing/processing_helpers.h"
+#include "processing/resize_dialog.h"
 #include "processing/upscale.h"
+#include "temp_dir.h"
 
 namespace tavora {
 namespace {
 
+using testing_support::Painted;
+using testing_support::Processors;
+using testing_support::Px;
 using testing_support::SamePixels;
-
-Surface Random(int32_t w, int32_t h, uint32_t seed) {
-  Surface s(w, h);
-  std::mt19937 rng(seed);
-  for (std::size_t i = 0; i < s.PixelCount(); ++i) s.Data()[i] = rng();
-  return s;
-}
+using testing_support::TempDir;
+constexpr auto Random = testing_support::RandomSurface;
 
 // Smooth shapes, a hard edge and fine texture: something like a photo.
 Surface Photo(int32_t w, int32_t h) {
-  Surface s(w, h);
-  for (int32_t y = 0; y < h; ++y)
-    for (int32_t x = 0; x < w; ++x) {
-      const double r = std::hypot(x - w * 0.4, y - h * 0.5);
-      const double g = 128 + 90 * std::sin(x * 0.9) * std::cos(y * 0.7);
-      const double b = x > w * 0.7 ? 230 : 40;
-      const double red = std::clamp(255.0 - r * 12.0, 0.0, 255.0);
-      s.At(x, y) = 0xFF000000u | uint32_t(red) << 16 | uint32_t(g) << 8 | uint32_t(b);
-    }
-  return s;
+  return Painted(w, h, [&](int32_t x, int32_t y) {
+    const double red = std::clamp(255.0 - std::hypot(x - w * 0.4, y - h * 0.5) * 12.0, 0.0, 255.0);
+    const double g = 128 + 90 * std::sin(x * 0.9) * std::cos(y * 0.7), b = x > w * 0.7 ? 230 : 40;
+    return Px(255, uint32_t(red), uint32_t(g), uint32_t(b));
+  });
 }
 
 // The definition, written plainly: quantised weights over clamped indices
@@ -132,7 +128,7 @@ TEST(ResampleFast, MatchesThePlainDefinitionOnRandomImages) {
   for (bool avx2 : {true, false})
     for (int processors : {1, 16}) {
       AllowAvx2ResamplingForTesting(avx2);
-      RowWorkers::OverrideProcessorCountForTesting(processors);
+      const Processors split(processors);
       for (const auto& s : sizes)
         for (ResampleAlgorithm a : kKernelAlgorithms) {
           const Surface source = Random(s.sw, s.sh, uint32_t(s.sw * 31 + s.h));
@@ -143,7 +139,6 @@ TEST(ResampleFast, MatchesThePlainDefinitionOnRandomImages) {
         }
     }
   AllowAvx2ResamplingForTesting(true);
-  RowWorkers::OverrideProcessorCountForTesting(0);
 }
 
 TEST(ResampleFast, NearestTakesTheCentredSourcePixel) {
@@ -159,12 +154,8 @@ TEST(ResampleFast, AnUnchangedSizeIsAnIdenticalCopyForEveryAlgorithmAndMethod) {
   const Surface source = Random(19, 11, 5);
   for (int32_t a : {0, 1, 2, 3, 4, 5, 6, 7, 42})
     EXPECT_TRUE(SamePixels(Resample(source, 19, 11, ResampleAlgorithm(a)), source)) << a;
-  ResizeOptions o;
-  o.sharpen = 100;
-  o.grain = 100;
-  o.denoise = true;
   for (ResizeMethod m : {ResizeMethod::Resize, ResizeMethod::Resample, ResizeMethod::Upscale}) {
-    o.method = m;
+    const ResizeOptions o{.method = m, .sharpen = 100, .denoise = true, .grain = 100};
     EXPECT_TRUE(SamePixels(ResizeSurface(source, 19, 11, o), source)) << int(m);
   }
 }
@@ -172,20 +163,15 @@ TEST(ResampleFast, AnUnchangedSizeIsAnIdenticalCopyForEveryAlgorithmAndMethod) {
 TEST(ResampleFast, TransparentPixelsLeaveNoDarkFringe) {
   // An opaque red square on transparent black: every visible pixel of the
   // result must still be pure red, whatever its alpha.
-  Surface source(12, 12);
-  for (int32_t y = 4; y < 8; ++y)
-    for (int32_t x = 3; x < 9; ++x) source.At(x, y) = 0xFFFF0000u;
+  const Surface source =
+      Painted(12, 12, [](int32_t x, int32_t y) { return x >= 3 && x < 9 && y >= 4 && y < 8 ? 0xFFFF0000u : 0u; });
   std::vector<Surface> results;
   for (ResampleAlgorithm a : kKernelAlgorithms) {
     results.push_back(Resample(source, 31, 29, a));
     results.push_back(Resample(source, 5, 7, a));
   }
-  ResizeOptions up;
-  up.method = ResizeMethod::Upscale;
-  for (UpscaleEngine e : {UpscaleEngine::DetailRecovery, UpscaleEngine::LanczosSharpen}) {
-    up.engine = e;
-    results.push_back(ResizeSurface(source, 30, 30, up));
-  }
+  for (UpscaleEngine e : {UpscaleEngine::DetailRecovery, UpscaleEngine::LanczosSharpen})
+    results.push_back(ResizeSurface(source, 30, 30, {.method = ResizeMethod::Upscale, .engine = e}));
   for (std::size_t r = 0; r < results.size(); ++r) {
     int visible = 0;
     for (std::size_t i = 0; i < results[r].PixelCount(); ++i) {
@@ -214,19 +200,14 @@ TEST(ResampleAutomatic, SmootherWhenThePixelCountGrowsSharperOtherwise) {
   EXPECT_TRUE(SamePixels(Resample(source, 30, 10, ResampleAlgorithm::BicubicSharper), sharper(30, 10)));
   EXPECT_FALSE(SamePixels(sharper(30, 10), Resample(source, 30, 10, ResampleAlgorithm::Bicubic)));
   // Upscale to no more pixels is the automatic choice, with nothing of its own.
-  ResizeOptions o;
-  o.method = ResizeMethod::Upscale;
-  o.engine = UpscaleEngine::PixelArt;
-  o.grain = 80;
-  o.denoise = true;
+  const ResizeOptions o{
+      .method = ResizeMethod::Upscale, .engine = UpscaleEngine::PixelArt, .denoise = true, .grain = 80};
   for (auto [w, h] : {std::pair{15, 15}, {40, 10}})
     EXPECT_TRUE(SamePixels(ResizeSurface(source, w, h, o), Resample(source, w, h, ResampleAlgorithm::Automatic)));
 }
 
 TEST(ResampleSharpen, RaisesEdgeContrastKeepsFlatAreasAlphaAndTransparency) {
-  Surface s(12, 4);
-  for (int32_t y = 0; y < 4; ++y)
-    for (int32_t x = 0; x < 12; ++x) s.At(x, y) = x < 6 ? 0xC0505050u : 0xC0A0A0A0u;
+  Surface s = Painted(12, 4, [](int32_t x, int32_t) { return x < 6 ? 0xC0505050u : 0xC0A0A0A0u; });
   s.At(0, 0) = 0;
   Surface out = s;
   SharpenPass(out, 0.8f, 0.45f);
@@ -248,12 +229,11 @@ TEST(ResampleUpscale, Scale2xSmoothsAStaircaseAsPublished) {
   Surface source(3, 3);
   source.Fill(o);
   source.At(0, 0) = source.At(1, 0) = source.At(0, 1) = X;
-  const uint32_t want[6][6] = {{X, X, X, X, o, o}, {X, X, X, o, o, o}, {X, X, X, o, o, o},
-                               {X, o, o, o, o, o}, {o, o, o, o, o, o}, {o, o, o, o, o, o}};
-  const Surface out = Scale2x(source);
-  ASSERT_EQ(out.Width(), 6);
-  for (int32_t y = 0; y < 6; ++y)
-    for (int32_t x = 0; x < 6; ++x) EXPECT_EQ(out.At(x, y), want[y][x]) << x << "," << y;
+  const uint32_t want[36] = {X, X, X, X, o, o, X, X, X, o, o, o, X, X, X, o, o, o,
+                             X, o, o, o, o, o, o, o, o, o, o, o, o, o, o, o, o, o};
+  Surface wanted(6, 6);
+  std::copy(want, want + 36, wanted.Data());
+  EXPECT_TRUE(SamePixels(Scale2x(source), wanted));
 }
 
 TEST(ResampleUpscale, PixelArtDoublesWhileItCanThenResamples) {
@@ -267,9 +247,7 @@ TEST(ResampleUpscale, PixelArtDoublesWhileItCanThenResamples) {
       {4, 12, 0, ResampleAlgorithm::Bilinear},    // narrower but taller
       {4, 3, 0, ResampleAlgorithm::AreaAverage},  // smaller both ways
   };
-  ResizeOptions o;
-  o.method = ResizeMethod::Upscale;
-  o.engine = UpscaleEngine::PixelArt;
+  const ResizeOptions o{.method = ResizeMethod::Upscale, .engine = UpscaleEngine::PixelArt};
   for (const auto& c : cases) {
     const Surface doubled = Doubled(source, c.doublings);
     const Surface want = Resample(doubled, c.w, c.h, c.last);
@@ -294,8 +272,7 @@ double ErrorAfterShrinking(const Surface& big, const Surface& original) {
 
 TEST(ResampleUpscale, DetailRecoveryReproducesTheOriginalBetterWithoutHalos) {
   const Surface source = Photo(40, 36);
-  ResizeOptions o;
-  o.method = ResizeMethod::Upscale;
+  ResizeOptions o{.method = ResizeMethod::Upscale};
   const Surface recovered = ResizeSurface(source, 80, 72, o);
   const double plain = ErrorAfterShrinking(Resample(source, 80, 72, ResampleAlgorithm::Bicubic), source);
   const double better = ErrorAfterShrinking(recovered, source);
@@ -305,16 +282,11 @@ TEST(ResampleUpscale, DetailRecoveryReproducesTheOriginalBetterWithoutHalos) {
 
   // A grey step: Lanczos rings past both sides, the recovery held to the
   // neighbourhoods (edge 100) does not.
-  Surface step(16, 4);
-  for (int32_t y = 0; y < 4; ++y)
-    for (int32_t x = 0; x < 16; ++x) step.At(x, y) = x < 8 ? 0xFF404040u : 0xFFC0C0C0u;
+  const Surface step = Painted(16, 4, [](int32_t x, int32_t) { return x < 8 ? 0xFF404040u : 0xFFC0C0C0u; });
   auto range = [](const Surface& s) {
-    uint32_t lo = 255, hi = 0;
-    for (std::size_t i = 0; i < s.PixelCount(); ++i) {
-      lo = std::min(lo, s.Data()[i] & 255);
-      hi = std::max(hi, s.Data()[i] & 255);
-    }
-    return std::pair{lo, hi};
+    const auto [lo, hi] = std::minmax_element(s.Data(), s.Data() + s.PixelCount(),
+                                              [](uint32_t a, uint32_t b) { return (a & 255) < (b & 255); });
+    return std::pair{*lo & 255, *hi & 255};
   };
   const auto rung = range(Resample(step, 40, 10, ResampleAlgorithm::Lanczos));
   EXPECT_TRUE(rung.first < 0x40 && rung.second > 0xC0);
@@ -328,16 +300,13 @@ TEST(ResampleUpscale, GrainIsTheSameEveryTimeAndCentredOnThePicture) {
   Surface flat(64, 48);
   flat.Fill(0xFF808080u);
   flat.At(3, 3) = 0;
-  ResizeOptions o;
-  o.method = ResizeMethod::Upscale;
-  o.engine = UpscaleEngine::PixelArt;
-  o.grain = 50;
-  RowWorkers::OverrideProcessorCountForTesting(1);
-  const Surface a = ResizeSurface(flat, 128, 96, o);
-  RowWorkers::OverrideProcessorCountForTesting(16);
-  const Surface b = ResizeSurface(flat, 128, 96, o);
-  RowWorkers::OverrideProcessorCountForTesting(0);
-  EXPECT_TRUE(SamePixels(a, b));
+  const ResizeOptions o{.method = ResizeMethod::Upscale, .engine = UpscaleEngine::PixelArt, .grain = 50};
+  auto run = [&](int processors) {
+    const Processors split(processors);
+    return ResizeSurface(flat, 128, 96, o);
+  };
+  const Surface a = run(1);
+  EXPECT_TRUE(SamePixels(a, run(16)));
   double sum = 0;
   int changed = 0;
   for (int32_t y = 0; y < 96; ++y)
@@ -359,13 +328,11 @@ TEST(ResampleUpscale, GrainIsTheSameEveryTimeAndCentredOnThePicture) {
 }
 
 TEST(ResampleUpscale, DenoiseSmoothsSmallNoiseButKeepsAHardEdge) {
-  Surface s(24, 16);
   std::mt19937 rng(4);
-  for (int32_t y = 0; y < 16; ++y)
-    for (int32_t x = 0; x < 24; ++x) {
-      const uint32_t v = uint32_t((x < 12 ? 60 : 200) + int(rng() % 9) - 4);
-      s.At(x, y) = 0xFF000000u | v << 16 | v << 8 | v;
-    }
+  const Surface s = Painted(24, 16, [&](int32_t x, int32_t) {
+    const uint32_t v = uint32_t((x < 12 ? 60 : 200) + int(rng() % 9) - 4);
+    return Px(255, v, v, v);
+  });
   auto spread = [](const Surface& img, int32_t x0, int32_t x1) {
     double sum = 0, sq = 0, n = 0;
     for (int32_t y = 0; y < img.Height(); ++y)
@@ -394,9 +361,7 @@ TEST(ResampleCommand, OneUndoStepResizesEveryLayerAndUndoBringsItBack) {
   doc->layers[1].extended = std::make_unique<ExtendedContent>(ExtendedContent{-5, 0, Surface(40, 20)});
   doc->selection = SelectionMask(30, 20);
   const Surface bottom = doc->layers[0].pixels, top = doc->layers[1].pixels;
-  ResizeOptions o;
-  o.algorithmPosition = 5;
-  o.sharpen = 40;
+  ResizeOptions o{.algorithmPosition = 5, .sharpen = 40};
   EXPECT_FALSE(ResizeImage(*doc, 30, 20, o));  // the same size: nothing happens
   EXPECT_EQ(UndoLabel(*doc), u"");
 
@@ -406,15 +371,12 @@ TEST(ResampleCommand, OneUndoStepResizesEveryLayerAndUndoBringsItBack) {
   EXPECT_EQ(std::pair(doc->width, doc->height), std::pair(45, 13));
   EXPECT_TRUE(SamePixels(doc->layers[0].pixels, ResizeSurface(bottom, 45, 13, o)));
   EXPECT_TRUE(SamePixels(doc->layers[1].pixels, ResizeSurface(top, 45, 13, o)));
-  EXPECT_FALSE(doc->layers[1].extended);
-  EXPECT_FALSE(doc->selection);
-  EXPECT_TRUE(doc->modified);
+  EXPECT_TRUE(!doc->layers[1].extended && !doc->selection && doc->modified);
 
   ASSERT_TRUE(Undo(*doc));
   EXPECT_EQ(std::pair(doc->width, doc->height), std::pair(30, 20));
   EXPECT_TRUE(SamePixels(doc->layers[1].pixels, top));
-  EXPECT_TRUE(doc->layers[1].extended);
-  EXPECT_TRUE(doc->selection);
+  EXPECT_TRUE(doc->layers[1].extended && doc->selection);
   ASSERT_TRUE(Redo(*doc));
   EXPECT_EQ(doc->layers[1].pixels.Width(), 45);
 
@@ -427,12 +389,88 @@ TEST(ResampleCommand, OneUndoStepResizesEveryLayerAndUndoBringsItBack) {
 
 TEST(ResampleCommand, SidesAreClampedForCallersThatBypassTheDialog) {
   auto doc = CreateDocument(2, 1, 72, 0xFF123456, 0);
-  ResizeOptions o;
-  o.method = ResizeMethod::Resize;
-  ASSERT_TRUE(ResizeImage(*doc, 100000, -3, o));
+  ASSERT_TRUE(ResizeImage(*doc, 100000, -3, {.method = ResizeMethod::Resize}));
   EXPECT_EQ(std::pair(doc->width, doc->height), std::pair(kMaxResizeSide, 1));
-  EXPECT_EQ(doc->layers[0].pixels.Width(), kMaxResizeSide);
-  EXPECT_EQ(doc->layers[0].pixels.At(kMaxResizeSide - 1, 0), 0xFF123456u);
+  Surface want(kMaxResizeSide, 1);
+  want.Fill(0xFF123456u);
+  EXPECT_TRUE(SamePixels(doc->layers[0].pixels, want));
+}
+
+// ---------------------------------------------------------------- the Resize Image dialog
+TEST(ResampleDialog, ListPositionsMapToTheInternalAlgorithms) {
+  const int32_t internal[8] = {7, 1, 2, 4, 5, 3, 6, 0};
+  for (int32_t p = 0; p < 8; ++p) EXPECT_EQ(int32_t(AlgorithmAtPosition(p)), internal[p]) << p;
+  for (int32_t p : {8, -1}) EXPECT_EQ(AlgorithmAtPosition(p), ResampleAlgorithm::Automatic) << p;
+  for (const auto& list : {ResizeAlgorithms(), UpscaleEngines(), ResizeMethods()})
+    for (const ResizeListEntry& e : list) EXPECT_FALSE(e.help.empty()) << std::string(e.text.begin(), e.text.end());
+
+  // The help line and the live controls follow the method.
+  ResizeOptions o{.algorithmPosition = 6};
+  EXPECT_EQ(ResizeHelpLine(o), u"Averages the covered pixels. Best for large reductions: smooth, no aliasing.");
+  EXPECT_TRUE(ResizeControlsFor(o).sharpen && !ResizeControlsFor(o).engine);
+  o.method = ResizeMethod::Upscale;
+  o.engine = UpscaleEngine::LanczosSharpen;
+  EXPECT_EQ(ResizeHelpLine(o), u"Lanczos enlargement followed by halo-limited sharpening.");
+  EXPECT_TRUE(ResizeControlsFor(o).detail);
+  o.engine = UpscaleEngine::PixelArt;
+  EXPECT_TRUE(!ResizeControlsFor(o).detail && ResizeControlsFor(o).grain);
+  o.method = ResizeMethod::Resize;
+  EXPECT_FALSE(ResizeControlsFor(o).algorithm);
+}
+
+TEST(ResampleDialog, RemembersItsValuesAndReplacesThoseOutOfRange) {
+  TempDir dir;
+  SettingsStore store;
+  store.Open(dir.path());
+  const ResizeOptions defaults = LoadResizeOptions(store);
+  EXPECT_EQ(std::tuple(defaults.method, defaults.detail, defaults.edge), std::tuple(ResizeMethod::Resample, 50, 50));
+
+  const ResizeOptions o{ResizeMethod::Upscale, 5, UpscaleEngine::PixelArt, 30, 90, 0, true, 12};
+  SaveResizeOptions(store, o);
+  const testing_support::Bytes text = testing_support::ReadBytes(store.Path());
+  EXPECT_EQ(std::string(text.begin(), text.end()),
+            "[Dlg Resize Image]\r\nmode=2\r\nalgo1=5\r\nalgo2=2\r\nsharpen=30\r\ndetail=90\r\ngrain=12\r\n"
+            "denoise=1\r\nedge=0\r\n");
+  const ResizeOptions back = LoadResizeOptions(store);
+  for (const ResizeSetting& s : ResizeSettings())
+    EXPECT_EQ(s.get(back), s.get(o)) << std::string(s.key.begin(), s.key.end());
+
+  const struct { const char16_t* key; int32_t value; } bad[] = {
+      {u"mode", 3}, {u"algo1", -1}, {u"algo2", 7}, {u"sharpen", 101}, {u"detail", 500}, {u"grain", -4},
+      {u"denoise", 2}, {u"edge", 1000}};
+  for (const auto& b : bad) store.SetInt(kResizeSection, b.key, b.value);
+  const ResizeOptions replaced = LoadResizeOptions(store);
+  for (const ResizeSetting& s : ResizeSettings())
+    EXPECT_EQ(s.get(replaced), s.fallback) << std::string(s.key.begin(), s.key.end());
+}
+
+TEST(ResampleDialog, PresetsAndKeepAspectFillTheFields) {
+  const SizeFields start{400, 300, 100};
+  const struct { SizeField field; double value; bool keep; SizeFields want; } cases[] = {
+      {SizeField::Preset, 2, true, {200, 150, 50}},          // 50%
+      {SizeField::Preset, 8, false, {1600, 1200, 400}},      // a preset scales both sides either way
+      {SizeField::Preset, 0, true, start},                   // Custom changes nothing
+      {SizeField::Percent, 33.333, true, {133, 100, 33.33}},
+      {SizeField::Width, 200, true, {200, 150, 50}},
+      {SizeField::Width, 200, false, {200, 300, 50}},
+      {SizeField::Height, 100, true, {133, 100, 33.33}},
+      {SizeField::Width, 1, true, {1, 1, 0.25}},             // the other side stays at least 1
+      {SizeField::Percent, 0.01, true, {1, 1, 0.01}},
+  };
+  for (const auto& c : cases) {
+    const SizeFields got = FollowSizeField(400, 300, start, c.field, c.value, c.keep);
+    EXPECT_EQ(got, c.want) << int(c.field) << " " << c.value << ": " << got.width << "x" << got.height << " "
+                           << got.percent;
+  }
+}
+
+TEST(ResampleDialog, SizesOutsideTheLimitsGetTheMessage) {
+  const std::u16string_view message = u"Size must be between 1 and 30000 pixels per side (max 250 megapixels).";
+  const struct { double w, h; bool ok; } cases[] = {
+      {1, 1, true}, {30000, 8333, true}, {30001, 1, false}, {0, 5, false}, {20000, 20000, false}, {5, -1, false},
+  };
+  for (const auto& c : cases)
+    EXPECT_EQ(ResizeSizeMessage(c.w, c.h), c.ok ? u"" : message) << c.w << "x" << c.h;
 }
 
 }  // namespace
