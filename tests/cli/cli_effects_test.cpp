@@ -69,11 +69,7 @@ TEST(CliEffects, SetsValuesByNameAndTheyTravelThroughApplyAndFlatten) {
   ASSERT_EQ(Cli({u"convert", u"--flatten", U(dir / "fx.tvl"), U(dir / "flat.tvl")}).status, kCliOk);
   auto flat = ReadLayeredDocument(dir / "flat.tvl");
   ASSERT_TRUE(flat && flat->LayerCount() == 1);
-  const Surface& baked = flat->layers[0].pixels;
-  EXPECT_TRUE(SamePixels(baked, FlatCopy(*doc, 0, Matte::None)));
-  EXPECT_EQ(baked.At(9, 14) & 0xFFFFFF, 0xFF8000u);   // the centred stroke
-  EXPECT_NE(baked.At(20, 24), 0xFFFFFFFFu);           // the shadow below the square
-  EXPECT_FALSE(SamePixels(baked, FlatCopy(*ReadLayeredDocument(in), 0, Matte::None)));
+  EXPECT_TRUE(SamePixels(flat->layers[0].pixels, FlatCopy(*doc, 0, Matte::None)));
 #ifdef _WIN32
   // A flat format through the system's codec holds the same picture.
   ASSERT_TRUE(StartGdiplusCodecs());

@@ -126,12 +126,6 @@ TEST(EffectMargins, LargestReachOfTheEnabledGroupsCapped) {
     row.set(l.effects);
     EXPECT_EQ(EffectMargin(l), row.margin) << row.what;
   }
-  Layer l(2, 2, u"fx");
-  EXPECT_FALSE(AnyEffectOn(l));
-  l.effects.colorOverlay.on = true;
-  EXPECT_TRUE(AnyEffectOn(l));
-  l.effectsHidden = true;
-  EXPECT_FALSE(AnyEffectOn(l));
 }
 
 }  // namespace
