@@ -21,34 +21,25 @@ bool Near(uint32_t got, uint32_t want, int tolerance) {
 }
 
 // Through the real system codecs: a transparent PNG comes out as a JPEG
-// over white, and of b.tif and b.tiff the later (b.tiff) is left in b.jpg.
-TEST(BatchGdiplus, TransparentPngToJpegOverWhiteAndTheLaterTiffWins) {
+// over white. (Which of two sources sharing an output wins is held by the
+// portable batch tests.)
+TEST(BatchGdiplus, TransparentPngToJpegOverWhiteAndTheCliWritesSystemFormats) {
   ASSERT_TRUE(StartGdiplusCodecs());
   SetSystemCodec(&GdiplusCodecs());
   TempDir src, dst;
-  EncodeOptions png, tiff;
-  tiff.format = SaveFormat::Tiff;
   Surface half(16, 16);  // the left half transparent, the right half blue
   for (int32_t y = 0; y < 16; ++y)
     for (int32_t x = 8; x < 16; ++x) half.At(x, y) = Px(255, 0, 0, 200);
-  Surface red(16, 16), green(16, 16);
-  red.Fill(Px(255, 220, 0, 0));
-  green.Fill(Px(255, 0, 180, 0));
-  ASSERT_TRUE(GdiplusCodecs().encode(src / "a.png", half, 96, png));
-  ASSERT_TRUE(GdiplusCodecs().encode(src / "b.tif", red, 96, tiff));
-  ASSERT_TRUE(GdiplusCodecs().encode(src / "b.tiff", green, 96, tiff));
+  ASSERT_TRUE(GdiplusCodecs().encode(src / "a.png", half, 96, {}));
 
-  BatchJob job({.source = src.path(), .dest = dst.path(), .format = 1 /* JPEG */, .workers = 2});
+  BatchJob job({.source = src.path(), .dest = dst.path(), .format = 1 /* JPEG */});
   job.Start();
   job.Wait();
-  EXPECT_EQ(job.Outcome().converted, 3);
+  EXPECT_EQ(job.Outcome().converted, 1);
   const auto a = GdiplusCodecs().decode(dst / "a.jpg");
   ASSERT_TRUE(a);
   EXPECT_TRUE(Near(a->pixels.At(2, 8), 0xFFFFFFFFu, 8)) << std::hex << a->pixels.At(2, 8);
   EXPECT_TRUE(Near(a->pixels.At(13, 8), Px(255, 0, 0, 200), 16)) << std::hex << a->pixels.At(13, 8);
-  const auto b = GdiplusCodecs().decode(dst / "b.jpg");
-  ASSERT_TRUE(b);
-  EXPECT_TRUE(Near(b->pixels.At(8, 8), Px(255, 0, 180, 0), 16)) << std::hex << b->pixels.At(8, 8);
 
   // tavora-cli.exe writes the system formats too.
   std::string out, err;
