@@ -80,6 +80,9 @@ struct CanvasRender {
 // Renders the rows [area.y0, area.y1) over [area.x0, area.x1) of the back
 // buffer, split over the row workers.
 void RenderCanvas(const CanvasRender& render, const Rect& area);
+// Off makes RenderCanvas use its plain per-pixel pass, so tests can compare
+// the two; on by default.
+void AllowFastCanvasRenderForTesting(bool allowed);
 
 // The pixel grid: device x and y of every image column and row boundary
 // within the visible image, shown only from 8 device pixels per image pixel.
