@@ -1,10 +1,15 @@
 #include "processing/adjustments.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstring>
+#include <memory>
+#include <mutex>
+#include <vector>
 
 #include "base/memory.h"
+#include "base/row_workers.h"
 #include "document/composite.h"
 #include "document/history.h"
 
@@ -33,7 +38,45 @@ void ApplyOneLut(uint32_t* pixels, int32_t width, int32_t height, const uint8_t*
   ApplyChannelLuts(pixels, width, height, table, table, table);
 }
 
+std::atomic<bool> g_fastAllowed{true};
+
+int32_t Lighten(int32_t v, int32_t lightness) {
+  if (lightness > 0) v += (255 - v) * lightness / 100;
+  else if (lightness < 0) v = static_cast<int32_t>(v * (lightness / 100.0 + 1));
+  return v;
+}
+
+// Runs fn(first pixel, pixel count) over bands of whole rows on every core.
+template <typename Fn>
+void ForEachBand(uint32_t* pixels, int32_t width, int32_t height, const Fn& fn) {
+  if (width < 1 || height < 1) return;
+  auto body = [&](int first, int end) {
+    fn(pixels + std::size_t(first) * std::size_t(width), std::size_t(end - first) * std::size_t(width));
+  };
+  RowWorkers::Run(height, body);
+}
+
+// Counts over bands of rows on every core: each band fills its own `size`
+// counters with count(first pixel, pixel count, counters), and they are
+// added into totals (whole numbers, so the order does not matter).
+template <typename Count>
+void CountBands(const uint32_t* pixels, int32_t width, int32_t height, uint64_t* totals, std::size_t size,
+                const Count& count) {
+  if (width < 1 || height < 1) return;
+  std::mutex mutex;
+  auto body = [&](int first, int end) {
+    std::vector<uint64_t> local(size, 0);
+    count(pixels + std::size_t(first) * std::size_t(width), std::size_t(end - first) * std::size_t(width),
+          local.data());
+    std::lock_guard<std::mutex> lock(mutex);
+    for (std::size_t i = 0; i < size; ++i) totals[i] += local[i];
+  };
+  RowWorkers::Run(height, body);
+}
+
 }  // namespace
+
+void AllowFastAdjustmentsForTesting(bool allowed) { g_fastAllowed.store(allowed); }
 
 uint32_t LerpPixel(uint32_t a, uint32_t b, uint32_t m) {
   uint32_t out = 0;
@@ -79,12 +122,13 @@ void StretchLut(uint8_t* table, int32_t low, int32_t high) {
 
 void ApplyChannelLuts(uint32_t* pixels, int32_t width, int32_t height, const uint8_t* red,
                       const uint8_t* green, const uint8_t* blue) {
-  const std::size_t n = std::size_t(width) * std::size_t(height);
-  for (std::size_t i = 0; i < n; ++i) {
-    const uint32_t p = pixels[i];
-    pixels[i] = (p & 0xFF000000u) | uint32_t(red[(p >> 16) & 255]) << 16 |
-                uint32_t(green[(p >> 8) & 255]) << 8 | blue[p & 255];
-  }
+  ForEachBand(pixels, width, height, [&](uint32_t* px, std::size_t n) {
+    for (std::size_t i = 0; i < n; ++i) {
+      const uint32_t p = px[i];
+      px[i] = (p & 0xFF000000u) | uint32_t(red[(p >> 16) & 255]) << 16 | uint32_t(green[(p >> 8) & 255]) << 8 |
+              blue[p & 255];
+    }
+  });
 }
 
 Hsv RgbToHsv(uint32_t r8, uint32_t g8, uint32_t b8) {
@@ -166,8 +210,106 @@ void Gamma(uint32_t* pixels, int32_t width, int32_t height, const void* params) 
   ApplyChannelLuts(pixels, width, height, red, green, blue);
 }
 
+namespace {
+
+// What Hue / Saturation / Lightness does to a pixel depends on its maximum
+// and minimum channels for everything but one output channel: V, S, C = S V
+// and m = V - C, and with them the channel that gets C and the one that gets
+// 0. These come from a table over (max, min); only the hue and the channel
+// that gets X are worked out per pixel, with the same operations in the same
+// order as RgbToHsv and HsvToRgb, so every result is the same.
+struct HueTables {
+  double unit[256];  // i / 255.0
+  double hueShift = 0;
+  uint8_t light[256];  // a channel after the lightness step, clamped
+  // By max (max + 1) / 2 + min, max >= min.
+  std::vector<double> chroma;   // C
+  std::vector<double> offset;   // m
+  std::vector<uint8_t> whole;   // final channel that gets C + m
+  std::vector<uint8_t> base;    // final channel that gets 0 + m
+
+  uint32_t Final(int32_t v, int32_t lightness) const {
+    return v >= 0 && v <= 255 ? light[v] : uint32_t(Clamp255(Lighten(v, lightness)));
+  }
+};
+
+void FillHueTables(const HueSaturationParams& p, HueTables& t) {
+  for (int i = 0; i < 256; ++i) {
+    t.unit[i] = uint32_t(i) / 255.0;
+    t.light[i] = uint8_t(Clamp255(Lighten(i, p.lightness)));
+  }
+  t.hueShift = p.hue;
+  const std::size_t entries = 256 * 257 / 2;
+  t.chroma.resize(entries);
+  t.offset.resize(entries);
+  t.whole.resize(entries);
+  t.base.resize(entries);
+  for (int mx = 0; mx < 256; ++mx)
+    for (int mn = 0; mn <= mx; ++mn) {
+      const double v = t.unit[mx], d = v - t.unit[mn];
+      const double s = std::clamp((p.saturation / 100.0 + 1) * (mx > 0 ? d / v : 0), 0.0, 1.0);
+      const double c = s * v, m = v - c;
+      const std::size_t i = std::size_t(mx) * (mx + 1) / 2 + mn;
+      t.chroma[i] = c;
+      t.offset[i] = m;
+      t.whole[i] = uint8_t(t.Final(static_cast<int32_t>((c + m) * 255 + 0.5), p.lightness));
+      t.base[i] = uint8_t(t.Final(static_cast<int32_t>((0 + m) * 255 + 0.5), p.lightness));
+    }
+}
+
+uint32_t HueSaturationPixel(uint32_t px, const HueTables& t, int32_t lightness) {
+  const uint32_t r8 = (px >> 16) & 255, g8 = (px >> 8) & 255, b8 = px & 255;
+  const uint32_t mx = std::max({r8, g8, b8}), mn = std::min({r8, g8, b8});
+  const std::size_t i = std::size_t(mx) * (mx + 1) / 2 + mn;
+  if (mx == mn) {  // grey: S = 0, so C = X = 0 and all three are V
+    const uint32_t v = t.base[i];
+    return (px & 0xFF000000u) | v << 16 | v << 8 | v;
+  }
+  const double r = t.unit[r8], g = t.unit[g8], b = t.unit[b8];
+  const double d = t.unit[mx] - t.unit[mn];
+  double h;
+  // The remainder modulo 6 of (g - b) / d is itself: it lies in -1..1.
+  if (r8 == mx) h = 60 * ((g - b) / d);
+  else if (g8 == mx) h = 60 * (2 + (b - r) / d);
+  else h = 60 * (4 + (r - g) / d);
+  if (h < 0) h += 360;
+  h += t.hueShift;
+  // The remainder modulo 360: h itself below 360 in size, else within the
+  // dialog's hues h - 360, which is exact.
+  if (h >= 360 && h < 720) h -= 360;
+  else if (h >= 720 || h <= -360) h = std::fmod(h, 360.0);
+  if (h < 0) h += 360;
+  const double hp = h / 60;
+  const int sector = static_cast<int>(hp);
+  // hp is in 0..6: its remainder modulo 2 is hp less an even whole number, exactly.
+  const double f = hp - double(sector & ~1);
+  const double x = t.chroma[i] * (1 - std::fabs(f - 1));
+  const uint32_t xc = t.Final(static_cast<int32_t>((x + t.offset[i]) * 255 + 0.5), lightness);
+  const uint32_t cc = t.whole[i], zc = t.base[i];
+  uint32_t rr, gg, bb;
+  switch (sector) {
+    case 0: rr = cc; gg = xc; bb = zc; break;
+    case 1: rr = xc; gg = cc; bb = zc; break;
+    case 2: rr = zc; gg = cc; bb = xc; break;
+    case 3: rr = zc; gg = xc; bb = cc; break;
+    case 4: rr = xc; gg = zc; bb = cc; break;
+    default: rr = cc; gg = zc; bb = xc; break;
+  }
+  return (px & 0xFF000000u) | rr << 16 | gg << 8 | bb;
+}
+
+}  // namespace
+
 void HueSaturation(uint32_t* pixels, int32_t width, int32_t height, const void* params) {
   const auto& p = *static_cast<const HueSaturationParams*>(params);
+  if (g_fastAllowed.load(std::memory_order_relaxed)) {
+    auto tables = std::make_unique<HueTables>();
+    FillHueTables(p, *tables);
+    ForEachBand(pixels, width, height, [&](uint32_t* px, std::size_t n) {
+      for (std::size_t i = 0; i < n; ++i) px[i] = HueSaturationPixel(px[i], *tables, p.lightness);
+    });
+    return;
+  }
   const std::size_t n = std::size_t(width) * std::size_t(height);
   for (std::size_t i = 0; i < n; ++i) {
     const uint32_t px = pixels[i];
@@ -176,10 +318,7 @@ void HueSaturation(uint32_t* pixels, int32_t width, int32_t height, const void* 
     hsv.s = std::clamp((p.saturation / 100.0 + 1) * hsv.s, 0.0, 1.0);
     int32_t c[3];
     HsvToRgb(hsv.h, hsv.s, hsv.v, c[0], c[1], c[2]);
-    for (int32_t& v : c) {
-      if (p.lightness > 0) v += (255 - v) * p.lightness / 100;
-      else if (p.lightness < 0) v = static_cast<int32_t>(v * (p.lightness / 100.0 + 1));
-    }
+    for (int32_t& v : c) v = Lighten(v, p.lightness);
     pixels[i] = Rgb(px >> 24, c[0], c[1], c[2]);
   }
 }
@@ -188,10 +327,10 @@ void Colorize(uint32_t* pixels, int32_t width, int32_t height, const void* param
   const auto& p = *static_cast<const ColorizeParams*>(params);
   int32_t tint[3];
   HsvToRgb(p.hue, std::clamp(p.saturation / 100.0, 0.0, 1.0), 1.0, tint[0], tint[1], tint[2]);
-  const std::size_t n = std::size_t(width) * std::size_t(height);
-  for (std::size_t i = 0; i < n; ++i) {
-    const uint32_t px = pixels[i];
-    const double l = Luminance((px >> 16) & 255, (px >> 8) & 255, px & 255) / 255.0 + p.lightness / 200.0;
+  // The colour depends on the luminance alone: one entry per luminance.
+  uint32_t colours[256];
+  for (uint32_t y = 0; y < 256; ++y) {
+    const double l = y / 255.0 + p.lightness / 200.0;
     int32_t c[3];
     for (int k = 0; k < 3; ++k) {
       if (l < 0) c[k] = 0;
@@ -199,33 +338,42 @@ void Colorize(uint32_t* pixels, int32_t width, int32_t height, const void* param
       else if (l < 0.5) c[k] = static_cast<int32_t>(std::floor(tint[k] * (2 * l)));
       else c[k] = static_cast<int32_t>(std::floor((255 - tint[k]) * (2 * (l - 0.5)) + tint[k]));
     }
-    pixels[i] = Rgb(px >> 24, c[0], c[1], c[2]);
+    colours[y] = Rgb(0, c[0], c[1], c[2]);
   }
+  ForEachBand(pixels, width, height, [&](uint32_t* px, std::size_t n) {
+    for (std::size_t i = 0; i < n; ++i) {
+      const uint32_t q = px[i];
+      px[i] = (q & 0xFF000000u) | colours[Luminance((q >> 16) & 255, (q >> 8) & 255, q & 255)];
+    }
+  });
 }
 
 void Grayscale(uint32_t* pixels, int32_t width, int32_t height, const void*) {
-  const std::size_t n = std::size_t(width) * std::size_t(height);
-  for (std::size_t i = 0; i < n; ++i) {
-    const uint32_t p = pixels[i];
-    const uint32_t y = Luminance((p >> 16) & 255, (p >> 8) & 255, p & 255);
-    pixels[i] = (p & 0xFF000000u) | y << 16 | y << 8 | y;
-  }
+  ForEachBand(pixels, width, height, [](uint32_t* px, std::size_t n) {
+    for (std::size_t i = 0; i < n; ++i) {
+      const uint32_t p = px[i];
+      const uint32_t y = Luminance((p >> 16) & 255, (p >> 8) & 255, p & 255);
+      px[i] = (p & 0xFF000000u) | y << 16 | y << 8 | y;
+    }
+  });
 }
 
 void Sepia(uint32_t* pixels, int32_t width, int32_t height, const void*) {
-  const std::size_t n = std::size_t(width) * std::size_t(height);
-  for (std::size_t i = 0; i < n; ++i) {
-    const uint32_t p = pixels[i], r = (p >> 16) & 255, g = (p >> 8) & 255, b = p & 255;
-    const uint32_t r2 = std::min(255u, (393 * r + 769 * g + 189 * b) / 1000);
-    const uint32_t g2 = std::min(255u, (349 * r + 686 * g + 168 * b) / 1000);
-    const uint32_t b2 = (272 * r + 534 * g + 131 * b) / 1000;
-    pixels[i] = (p & 0xFF000000u) | r2 << 16 | g2 << 8 | b2;
-  }
+  ForEachBand(pixels, width, height, [](uint32_t* px, std::size_t n) {
+    for (std::size_t i = 0; i < n; ++i) {
+      const uint32_t p = px[i], r = (p >> 16) & 255, g = (p >> 8) & 255, b = p & 255;
+      const uint32_t r2 = std::min(255u, (393 * r + 769 * g + 189 * b) / 1000);
+      const uint32_t g2 = std::min(255u, (349 * r + 686 * g + 168 * b) / 1000);
+      const uint32_t b2 = (272 * r + 534 * g + 131 * b) / 1000;
+      px[i] = (p & 0xFF000000u) | r2 << 16 | g2 << 8 | b2;
+    }
+  });
 }
 
 void Invert(uint32_t* pixels, int32_t width, int32_t height, const void*) {
-  const std::size_t n = std::size_t(width) * std::size_t(height);
-  for (std::size_t i = 0; i < n; ++i) pixels[i] ^= 0x00FFFFFFu;
+  ForEachBand(pixels, width, height, [](uint32_t* px, std::size_t n) {
+    for (std::size_t i = 0; i < n; ++i) px[i] ^= 0x00FFFFFFu;
+  });
 }
 
 void Posterize(uint32_t* pixels, int32_t width, int32_t height, const void* params) {
@@ -236,123 +384,146 @@ void Posterize(uint32_t* pixels, int32_t width, int32_t height, const void* para
 
 void Threshold(uint32_t* pixels, int32_t width, int32_t height, const void* params) {
   const int32_t t = static_cast<const ThresholdParams*>(params)->threshold;
-  const std::size_t n = std::size_t(width) * std::size_t(height);
-  for (std::size_t i = 0; i < n; ++i) {
-    const uint32_t p = pixels[i];
-    const int32_t y = static_cast<int32_t>(Luminance((p >> 16) & 255, (p >> 8) & 255, p & 255));
-    pixels[i] = (p & 0xFF000000u) | (t > y ? 0u : 0x00FFFFFFu);
-  }
+  ForEachBand(pixels, width, height, [t](uint32_t* px, std::size_t n) {
+    for (std::size_t i = 0; i < n; ++i) {
+      const uint32_t p = px[i];
+      const int32_t y = static_cast<int32_t>(Luminance((p >> 16) & 255, (p >> 8) & 255, p & 255));
+      px[i] = (p & 0xFF000000u) | (t > y ? 0u : 0x00FFFFFFu);
+    }
+  });
 }
 
 void AutoTone(uint32_t* pixels, int32_t width, int32_t height, const void*) {
-  uint64_t hist[3][256] = {};
-  uint64_t count = 0;
-  const std::size_t n = std::size_t(width) * std::size_t(height);
-  for (std::size_t i = 0; i < n; ++i) {
-    const uint32_t p = pixels[i];
-    if (!(p >> 24)) continue;
-    ++hist[0][(p >> 16) & 255];
-    ++hist[1][(p >> 8) & 255];
-    ++hist[2][p & 255];
-    ++count;
-  }
+  // Three histograms, then the count, in one block of counters.
+  uint64_t counts[3 * 256 + 1] = {};
+  CountBands(pixels, width, height, counts, 3 * 256 + 1, [](const uint32_t* px, std::size_t n, uint64_t* c) {
+    uint64_t seen = 0;  // kept out of the array, so it stays in a register
+    for (std::size_t i = 0; i < n; ++i) {
+      const uint32_t p = px[i];
+      if (!(p >> 24)) continue;
+      ++c[(p >> 16) & 255];
+      ++c[256 + ((p >> 8) & 255)];
+      ++c[512 + (p & 255)];
+      ++seen;
+    }
+    c[768] += seen;
+  });
+  const uint64_t count = counts[768];
   if (count == 0) return;
   uint8_t tables[3][256];
   for (int c = 0; c < 3; ++c) {
-    const ClipRange range = PercentileClip(hist[c], count, 0.1);
+    const ClipRange range = PercentileClip(counts + 256 * c, count, 0.1);
     StretchLut(tables[c], range.low, range.high);
   }
   ApplyChannelLuts(pixels, width, height, tables[0], tables[1], tables[2]);
 }
 
 void AutoContrast(uint32_t* pixels, int32_t width, int32_t height, const void*) {
-  uint64_t hist[256] = {};
-  uint64_t total = 0;
-  const std::size_t n = std::size_t(width) * std::size_t(height);
-  for (std::size_t i = 0; i < n; ++i) {
-    const uint32_t p = pixels[i];
-    if (!(p >> 24)) continue;
-    ++hist[(p >> 16) & 255];
-    ++hist[(p >> 8) & 255];
-    ++hist[p & 255];
-    total += 3;
-  }
+  uint64_t counts[257] = {};  // the histogram, then the total
+  CountBands(pixels, width, height, counts, 257, [](const uint32_t* px, std::size_t n, uint64_t* c) {
+    uint64_t seen = 0;
+    for (std::size_t i = 0; i < n; ++i) {
+      const uint32_t p = px[i];
+      if (!(p >> 24)) continue;
+      ++c[(p >> 16) & 255];
+      ++c[(p >> 8) & 255];
+      ++c[p & 255];
+      ++seen;
+    }
+    c[256] += 3 * seen;
+  });
+  const uint64_t total = counts[256];
   if (total == 0) return;
-  const ClipRange range = PercentileClip(hist, total, 0.5);
+  const ClipRange range = PercentileClip(counts, total, 0.5);
   uint8_t table[256];
   StretchLut(table, range.low, range.high);
   ApplyOneLut(pixels, width, height, table);
 }
 
 void AutoColor(uint32_t* pixels, int32_t width, int32_t height, const void*) {
-  const std::size_t n = std::size_t(width) * std::size_t(height);
-  uint64_t lumHist[256] = {};
-  uint64_t count = 0;
-  for (std::size_t i = 0; i < n; ++i) {
-    const uint32_t p = pixels[i];
-    if (!(p >> 24)) continue;
-    ++lumHist[Luminance((p >> 16) & 255, (p >> 8) & 255, p & 255)];
-    ++count;
-  }
+  uint64_t lumCounts[257] = {};  // the luminance histogram, then the count
+  CountBands(pixels, width, height, lumCounts, 257, [](const uint32_t* px, std::size_t n, uint64_t* c) {
+    uint64_t seen = 0;
+    for (std::size_t i = 0; i < n; ++i) {
+      const uint32_t p = px[i];
+      if (!(p >> 24)) continue;
+      ++c[Luminance((p >> 16) & 255, (p >> 8) & 255, p & 255)];
+      ++seen;
+    }
+    c[256] += seen;
+  });
+  const uint64_t count = lumCounts[256];
   if (count == 0) return;
-  const ClipRange range = PercentileClip(lumHist, count, 0.5);
-  // Black and white points from the shadows' and highlights' means.
-  uint64_t shadowSum[3] = {}, lightSum[3] = {}, shadows = 0, lights = 0;
-  for (std::size_t i = 0; i < n; ++i) {
-    const uint32_t p = pixels[i];
-    if (!(p >> 24)) continue;
-    const uint32_t c[3] = {(p >> 16) & 255, (p >> 8) & 255, p & 255};
-    const int32_t y = static_cast<int32_t>(Luminance(c[0], c[1], c[2]));
-    if (y <= range.low) {
-      for (int k = 0; k < 3; ++k) shadowSum[k] += c[k];
-      ++shadows;
+  const ClipRange range = PercentileClip(lumCounts, count, 0.5);
+  // Black and white points from the shadows' and highlights' means:
+  // the shadows' three sums and count, then the highlights'.
+  uint64_t points[8] = {};
+  CountBands(pixels, width, height, points, 8, [&range](const uint32_t* px, std::size_t n, uint64_t* out) {
+    uint64_t s[8] = {};
+    for (std::size_t i = 0; i < n; ++i) {
+      const uint32_t p = px[i];
+      if (!(p >> 24)) continue;
+      const uint32_t c[3] = {(p >> 16) & 255, (p >> 8) & 255, p & 255};
+      const int32_t y = static_cast<int32_t>(Luminance(c[0], c[1], c[2]));
+      if (y <= range.low) {
+        for (int k = 0; k < 3; ++k) s[k] += c[k];
+        ++s[3];
+      }
+      if (y >= range.high) {
+        for (int k = 0; k < 3; ++k) s[4 + k] += c[k];
+        ++s[7];
+      }
     }
-    if (y >= range.high) {
-      for (int k = 0; k < 3; ++k) lightSum[k] += c[k];
-      ++lights;
-    }
-  }
+    std::copy(s, s + 8, out);
+  });
+  const uint64_t shadows = points[3], lights = points[7];
   uint8_t first[3][256];
   for (int k = 0; k < 3; ++k) {
-    const int32_t black = shadows ? static_cast<int32_t>(shadowSum[k] / shadows) : 0;
-    const int32_t white = lights ? static_cast<int32_t>(lightSum[k] / lights) : 255;
+    const int32_t black = shadows ? static_cast<int32_t>(points[k] / shadows) : 0;
+    const int32_t white = lights ? static_cast<int32_t>(points[4 + k] / lights) : 255;
     StretchLut(first[k], black, white);
   }
-  // Grey balance from the near-neutral mid-tones.
-  uint64_t chromaHist[256] = {};
+  // Grey balance from the near-neutral mid-tones: their chroma histogram,
+  // with every other pixel counted in the spare last slot (no branch to
+  // mispredict on noisy images).
+  uint64_t chromaCounts[257] = {};
+  CountBands(pixels, width, height, chromaCounts, 257, [&first](const uint32_t* px, std::size_t n, uint64_t* h) {
+    for (std::size_t i = 0; i < n; ++i) {
+      const uint32_t p = px[i];
+      const uint32_t c[3] = {first[0][(p >> 16) & 255], first[1][(p >> 8) & 255], first[2][p & 255]};
+      const uint32_t y = Luminance(c[0], c[1], c[2]);
+      const bool kept = (p >> 24) != 0 && y >= 64 && y <= 192;
+      ++h[kept ? std::max({c[0], c[1], c[2]}) - std::min({c[0], c[1], c[2]}) : 256];
+    }
+  });
   uint64_t kept = 0;
-  for (std::size_t i = 0; i < n; ++i) {
-    const uint32_t p = pixels[i];
-    if (!(p >> 24)) continue;
-    const uint32_t c[3] = {first[0][(p >> 16) & 255], first[1][(p >> 8) & 255], first[2][p & 255]};
-    const uint32_t y = Luminance(c[0], c[1], c[2]);
-    if (y < 64 || y > 192) continue;
-    ++chromaHist[std::max({c[0], c[1], c[2]}) - std::min({c[0], c[1], c[2]})];
-    ++kept;
-  }
+  for (int k = 0; k < 256; ++k) kept += chromaCounts[k];
   double exponent[3] = {1.0, 1.0, 1.0};
   if (kept > 16) {
     int32_t t = 0;
     uint64_t running = 0;
     for (int k = 0; k < 256; ++k) {
-      running += chromaHist[k];
+      running += chromaCounts[k];
       if (running >= kept / 5) {
         t = k;
         break;
       }
     }
-    uint64_t sums[3] = {}, q = 0;
-    for (std::size_t i = 0; i < n; ++i) {
-      const uint32_t p = pixels[i];
-      if (!(p >> 24)) continue;
-      const uint32_t c[3] = {first[0][(p >> 16) & 255], first[1][(p >> 8) & 255], first[2][p & 255]};
-      const uint32_t y = Luminance(c[0], c[1], c[2]);
-      if (y < 64 || y > 192) continue;
-      const uint32_t chroma = std::max({c[0], c[1], c[2]}) - std::min({c[0], c[1], c[2]});
-      if (static_cast<int32_t>(chroma) > t) continue;
-      for (int k = 0; k < 3; ++k) sums[k] += c[k];
-      ++q;
-    }
+    uint64_t sums[4] = {};  // of the three channels, then their count
+    CountBands(pixels, width, height, sums, 4, [&first, t](const uint32_t* px, std::size_t n, uint64_t* out) {
+      uint64_t s[4] = {};
+      for (std::size_t i = 0; i < n; ++i) {
+        const uint32_t p = px[i];
+        const uint32_t c[3] = {first[0][(p >> 16) & 255], first[1][(p >> 8) & 255], first[2][p & 255]};
+        const uint32_t y = Luminance(c[0], c[1], c[2]);
+        const uint32_t chroma = std::max({c[0], c[1], c[2]}) - std::min({c[0], c[1], c[2]});
+        const uint32_t kept = (p >> 24) != 0 && y >= 64 && y <= 192 && static_cast<int32_t>(chroma) <= t;
+        for (int k = 0; k < 3; ++k) s[k] += c[k] & (0u - kept);
+        s[3] += kept;
+      }
+      std::copy(s, s + 4, out);
+    });
+    const uint64_t q = sums[3];
     if (q > 0) {
       for (int k = 0; k < 3; ++k) {
         const double mean = (static_cast<double>(sums[k]) / static_cast<double>(q)) / 255.0;

@@ -56,6 +56,10 @@ void AutoTone(uint32_t* pixels, int32_t width, int32_t height, const void* param
 void AutoContrast(uint32_t* pixels, int32_t width, int32_t height, const void* params);
 void AutoColor(uint32_t* pixels, int32_t width, int32_t height, const void* params);
 
+// With false, Hue / Saturation / Lightness takes its plain per-pixel path,
+// so tests can hold the table-driven one (same results) against it.
+void AllowFastAdjustmentsForTesting(bool allowed);
+
 // Tables of the tone curves, for tests and for the operations above.
 void BrightnessContrastTable(int32_t brightness, int32_t contrast, uint8_t* table);
 void GammaTable(float gamma, int32_t shift, uint8_t* table);

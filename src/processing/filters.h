@@ -37,4 +37,10 @@ void EdgeDetect(uint32_t* pixels, int32_t width, int32_t height, const void* par
 // The margin the blurs and Sharpen ask for around the selection.
 int32_t BlurMargin(float firstValue);
 
+// With false, the filters take their plain pixel-by-pixel paths, so tests
+// can hold the faster ones (same results) against them.
+void AllowFastFiltersForTesting(bool allowed);
+// With false, the fast paths keep to SSE2 even where AVX2 is available.
+void AllowAvx2FiltersForTesting(bool allowed);
+
 }  // namespace tavora
