@@ -23,6 +23,10 @@ class ByteInput;
 // only then: on failure it is left as it was and no partial file remains.
 [[nodiscard]] bool WriteLayeredDocument(const Document& doc, const std::filesystem::path& path);
 
+// Tests compare the block-wise, threaded coding of the pixel runs with the
+// plain one pair at a time; false selects the plain one.
+void AllowFastRunCodingForTesting(bool allowed);
+
 // ".tvl" or ".kzl", in any case.
 bool IsLayeredExtension(const std::filesystem::path& path);
 
