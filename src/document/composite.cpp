@@ -18,14 +18,27 @@ inline bool Covers(const Surface* s, int32_t x1, int32_t y) {
   return s && s->Width() >= x1 && s->Height() > y;
 }
 
-// Starts fetching the head of a layer's next row while this one is laid: a
-// narrow dirty rectangle reads short pieces of many distant rows, where the
-// processor's own prefetching has no run to follow.
+// Starts fetching the head of a layer's row before it is laid: a narrow
+// dirty rectangle reads short pieces of many distant rows, where the
+// processor's own prefetching has no run to follow. Each piece is on a page
+// of its own, and a prefetch alone may be dropped on a page-table miss, so
+// one word of it is read outright; the reads of all layers overlap.
 inline void FetchAhead(const Surface* s, int32_t x0, int32_t x1, int32_t y) {
   if (!s || s->Width() < x1 || s->Height() <= y) return;
   const char* p = reinterpret_cast<const char*>(s->Row(y) + x0);
   const int32_t bytes = std::min<int32_t>((x1 - x0) * 4, 512);
   for (int32_t b = 0; b < bytes; b += 64) __builtin_prefetch(p + b);
+  (void)*reinterpret_cast<const volatile uint32_t*>(p);
+}
+
+void FetchRowAhead(const CompositeRowsContext& ctx, int32_t y) {
+  for (int32_t li = 0; li < ctx.layerCount; ++li) {
+    const Layer& layer = ctx.layers[li];
+    if (!layer.visible) continue;
+    FetchAhead(layer.under.get(), ctx.x0, ctx.x1, y);
+    FetchAhead(layer.styled ? &*layer.styled : &layer.pixels, ctx.x0, ctx.x1, y);
+    FetchAhead(layer.over.get(), ctx.x0, ctx.x1, y);
+  }
 }
 
 }  // namespace
@@ -33,19 +46,12 @@ inline void FetchAhead(const Surface* s, int32_t x0, int32_t x1, int32_t y) {
 void CompositeRows(int first, int end, void* context) {
   const auto& ctx = *static_cast<const CompositeRowsContext*>(context);
   const int32_t n = ctx.x1 - ctx.x0;
+  if (first < end) FetchRowAhead(ctx, ctx.y0 + first);
   for (int row = first; row < end; ++row) {
     const int32_t y = ctx.y0 + row;
     uint32_t* out = ctx.output + std::size_t(y) * std::size_t(ctx.outputStride) + ctx.x0;
     std::memset(out, 0, std::size_t(n) * sizeof(uint32_t));
-    if (row + 1 < end) {
-      for (int32_t li = 0; li < ctx.layerCount; ++li) {
-        const Layer& layer = ctx.layers[li];
-        if (!layer.visible) continue;
-        FetchAhead(layer.under.get(), ctx.x0, ctx.x1, y + 1);
-        FetchAhead(layer.styled ? &*layer.styled : &layer.pixels, ctx.x0, ctx.x1, y + 1);
-        FetchAhead(layer.over.get(), ctx.x0, ctx.x1, y + 1);
-      }
-    }
+    if (row + 1 < end) FetchRowAhead(ctx, y + 1);
     for (int32_t li = 0; li < ctx.layerCount; ++li) {
       const Layer& layer = ctx.layers[li];
       if (!layer.visible) continue;  // its effects too
