@@ -169,28 +169,37 @@ bool FourOpaque(const uint32_t* p) {
 
 }  // namespace
 
-void Premultiply(uint32_t* p, std::size_t count) {
+namespace {
+
+// Applies one of the conversions to every pixel that is not opaque; opaque
+// pixels are the same either way, and whole opaque groups are passed over.
+void ForEachTranslucent(uint32_t* p, std::size_t count, void (*convert)(uint32_t&)) {
   std::size_t i = 0;
 #if defined(TAVORA_FAST_FILTERS)
   for (; i + 4 <= count; i += 4)
     if (!FourOpaque(p + i))
       for (std::size_t k = i; k < i + 4; ++k)
-        if (p[k] >> 24 != 255) PremultiplyOne(p[k]);
+        if (p[k] >> 24 != 255) convert(p[k]);
 #endif
   for (; i < count; ++i)
-    if (p[i] >> 24 != 255) PremultiplyOne(p[i]);
+    if (p[i] >> 24 != 255) convert(p[i]);
 }
 
-void Unpremultiply(uint32_t* p, std::size_t count) {
+}  // namespace
+
+void Premultiply(uint32_t* p, std::size_t count) { ForEachTranslucent(p, count, &PremultiplyOne); }
+
+void Unpremultiply(uint32_t* p, std::size_t count) { ForEachTranslucent(p, count, &UnpremultiplyOne); }
+
+bool AllOpaque(const uint32_t* p, std::size_t count) {
   std::size_t i = 0;
 #if defined(TAVORA_FAST_FILTERS)
   for (; i + 4 <= count; i += 4)
-    if (!FourOpaque(p + i))
-      for (std::size_t k = i; k < i + 4; ++k)
-        if (p[k] >> 24 != 255) UnpremultiplyOne(p[k]);
+    if (!FourOpaque(p + i)) return false;
 #endif
   for (; i < count; ++i)
-    if (p[i] >> 24 != 255) UnpremultiplyOne(p[i]);
+    if (p[i] >> 24 != 255) return false;
+  return true;
 }
 
 void AllowFastFiltersForTesting(bool allowed) { g_fastAllowed.store(allowed); }

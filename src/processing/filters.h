@@ -15,6 +15,8 @@ void GaussianBlurBytes(uint8_t* bytes, int32_t width, int32_t height, float radi
 
 void Premultiply(uint32_t* pixels, std::size_t count);
 void Unpremultiply(uint32_t* pixels, std::size_t count);
+// Whether every pixel has alpha 255 (the two conversions leave such runs alone).
+bool AllOpaque(const uint32_t* pixels, std::size_t count);
 
 struct BlurParams { float strength = 1.0f; };
 struct GaussianBlurParams { float radius = 2.0f; };

@@ -311,20 +311,6 @@ void VerticalRow(const uint32_t* const* rows, const int16_t* w, int32_t taps, in
 }
 #endif
 
-// Whether every pixel of the run has alpha 255.
-bool Opaque(const uint32_t* p, int32_t n) {
-  int32_t i = 0;
-#if defined(__SSE2__)
-  const __m128i alpha = _mm_set1_epi32(static_cast<int>(0xFF000000u));
-  __m128i all = alpha;
-  for (; i + 4 <= n; i += 4) all = _mm_and_si128(all, _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i)));
-  if (_mm_movemask_epi8(_mm_cmpeq_epi32(_mm_and_si128(all, alpha), alpha)) != 0xFFFF) return false;
-#endif
-  for (; i < n; ++i)
-    if ((p[i] >> 24) != 255) return false;
-  return true;
-}
-
 struct SeparableJob {
   const Surface* source;
   uint32_t* middle;  // target width x source height, premultiplied
@@ -348,7 +334,7 @@ void HorizontalRows(int first, int end, void* context) {
     }
     // An opaque row is its own premultiplied form: read it in place.
     const uint32_t* premultiplied = j.source->Row(y);
-    if (!Opaque(premultiplied, sw)) {
+    if (!AllOpaque(premultiplied, std::size_t(sw))) {
       std::memcpy(row.get(), premultiplied, std::size_t(sw) * 4);
       Premultiply(row.get(), std::size_t(sw));
       premultiplied = row.get();
@@ -376,7 +362,7 @@ void VerticalRows(int first, int end, void* context) {
     for (int32_t k = 0; k < taps; ++k) rows[std::size_t(k)] = j.middle + std::size_t(top + k) * std::size_t(tw);
     if (j.wy->identity) std::memcpy(out, rows[0], std::size_t(tw) * 4);
     else VerticalRow(rows.data(), j.wy->weights.data() + std::size_t(y) * std::size_t(taps), taps, tw, out);
-    if (!Opaque(out, tw)) Unpremultiply(out, std::size_t(tw));
+    if (!AllOpaque(out, std::size_t(tw))) Unpremultiply(out, std::size_t(tw));
   }
 }
 
