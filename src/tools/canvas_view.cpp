@@ -337,6 +337,30 @@ uint32_t AreaFinish(__m128i sums, int32_t count) {
   return static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_packus_epi16(v, v)));
 }
 
+// 1 / d in float for every alpha sum of a box of at most 5 x 5 samples.
+inline constexpr int32_t kMaxAlphaSum = 25 * 255;
+struct Reciprocals {
+  float of[kMaxAlphaSum + 1] = {};
+  constexpr Reciprocals() {
+    for (int32_t d = 1; d <= kMaxAlphaSum; ++d) of[d] = 1.0f / static_cast<float>(d);
+  }
+};
+inline constexpr Reciprocals kReciprocals;
+
+// AreaFinish for boxes of at most 5 x 5 samples, with the divisions as
+// (n + 0.5) x (1 / d): both roundings together stay below 2^-23 of a
+// quotient of at most 255.5, so below 3.1e-5, while (n + 0.5) / d lies at
+// least 0.5 / d >= 7.8e-5 from an integer; truncation gives n / d exactly
+// (also checked for every n <= 255 d). sumA is the alpha lane, not 0.
+uint32_t AreaFinishSmall(__m128i sums, int32_t sumA, int32_t count) {
+  const float r = kReciprocals.of[sumA];
+  const __m128 q = _mm_mul_ps(_mm_add_ps(_mm_cvtepi32_ps(sums), _mm_set1_ps(0.5f)),
+                              _mm_set_ps(kReciprocals.of[count], r, r, r));
+  __m128i v = _mm_cvttps_epi32(q);
+  v = _mm_packs_epi32(v, v);
+  return static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_packus_epi16(v, v)));
+}
+
 // The general area sum over any box, one sample at a time.
 uint32_t AreaMixed(const Surface& img, const AreaSpan& ry, const AreaSpan& c, int32_t count) {
   const __m128i zero = _mm_setzero_si128();
@@ -374,6 +398,65 @@ inline __m128i WeightedSums(__m128i px) {
                        _mm_madd_epi16(hi, _mm_shuffle_epi32(hi, 0xFF)));
 }
 
+// m = ceil(65536 / count) where (sum x m) >> 16 is exact (see AreaSpanRow).
+inline constexpr uint16_t kAreaMagic[26] = {0,    0,    32768, 21846, 16384, 13108, 10923, 9363, 8192,
+                                            7282, 6554, 5958,  5462,  5042,  4682,  4370,  4096, 0,
+                                            3641, 0,    3277,  3121,  2979,  0,     2731,  0};
+
+// The mean of opaque pixels from their channel sums (the low four lanes).
+inline uint32_t AreaOpaqueMean(__m128i acc, int32_t count) {
+  __m128i v;
+  if (kAreaMagic[count]) {
+    v = _mm_mulhi_epu16(acc, _mm_set1_epi16(static_cast<int16_t>(kAreaMagic[count])));
+  } else {
+    const __m128 sums = _mm_cvtepi32_ps(_mm_unpacklo_epi16(acc, _mm_setzero_si128()));
+    const __m128 q = _mm_mul_ps(_mm_add_ps(sums, _mm_set1_ps(0.5f)), _mm_set1_ps(1.0f / static_cast<float>(count)));
+    v = _mm_cvttps_epi32(q);
+    v = _mm_packs_epi32(v, v);
+  }
+  return static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_packus_epi16(v, v)));
+}
+
+// The area average of a box's `count` pixels held in kVectors vectors, the
+// unused lanes cleared; see AreaSpanRow for the sums.
+template <int kVectors>
+[[gnu::always_inline]] inline uint32_t AreaOfVectors(const __m128i (&px)[kVectors], int32_t count) {
+  const __m128i zero = _mm_setzero_si128();
+  __m128i acc = zero;
+  for (const __m128i& p : px)
+    acc = _mm_add_epi16(acc, _mm_add_epi16(_mm_unpacklo_epi8(p, zero), _mm_unpackhi_epi8(p, zero)));
+  acc = _mm_add_epi16(acc, _mm_srli_si128(acc, 8));
+  const int32_t sumA = _mm_extract_epi16(acc, 3);
+  if (sumA == 0) return 0;  // all clear: the checkerboard shows
+  if (sumA == 255 * count) return AreaOpaqueMean(acc, count);
+  __m128i sums = zero;
+  for (const __m128i& p : px) sums = _mm_add_epi32(sums, WeightedSums(p));
+  const __m128i alphaLane = _mm_set_epi32(-1, 0, 0, 0);
+  sums = _mm_or_si128(_mm_andnot_si128(alphaLane, sums),
+                      _mm_and_si128(alphaLane, _mm_unpacklo_epi16(acc, zero)));
+  return AreaFinishSmall(sums, sumA, count);
+}
+
+// Boxes of two or three rows by two or three neighbours (every box from zoom
+// 1/2 to 1), in as few vectors as they fill: two rows side by side when two
+// wide. Three wide needs the four pixels readable.
+[[gnu::always_inline]] inline uint32_t AreaSmallBox(const uint32_t* const* rows, int32_t rowCount,
+                                                    const AreaColumn& c) {
+  const int32_t x = c.at[0], count = rowCount * c.samples;
+  auto two = [&](int r) { return _mm_loadl_epi64(reinterpret_cast<const __m128i*>(rows[r] + x)); };
+  auto three = [&](int r) {
+    const __m128i four = _mm_loadu_si128(reinterpret_cast<const __m128i*>(rows[r] + x));
+    return _mm_and_si128(four, _mm_set_epi32(0, -1, -1, -1));
+  };
+  if (c.samples == 2) {
+    const __m128i pair = _mm_unpacklo_epi64(two(0), two(1));
+    if (rowCount == 2) return AreaOfVectors<1>({pair}, count);
+    return AreaOfVectors<2>({pair, two(2)}, count);
+  }
+  if (rowCount == 2) return AreaOfVectors<2>({three(0), three(1)}, count);
+  return AreaOfVectors<3>({three(0), three(1), three(2)}, count);
+}
+
 // The area average of a row of columns whose boxes sample at most five rows
 // by five columns (every box does; anything else takes AreaMixed). Over
 // opaque pixels the alpha-weighted means are plain means (255 sum /
@@ -384,17 +467,19 @@ inline __m128i WeightedSums(__m128i px) {
 // float, whose error (below 2^-23 relative) stays far inside the 0.5 / count
 // gap to the next integer. Anything not opaque takes the weighted sums.
 void AreaSpanRow(const Surface& img, const AreaSpan& ry, const AreaColumn* cols, int32_t n, uint32_t* out) {
-  static constexpr uint16_t kMagic[26] = {0,    0,    32768, 21846, 16384, 13108, 10923, 9363, 8192,
-                                          7282, 6554, 5958,  5462,  5042,  4682,  4370,  4096, 0,
-                                          3641, 0,    3277,  3121,  2979,  0,     2731,  0};
   const __m128i zero = _mm_setzero_si128();
   const int32_t rowSamples = (ry.to - ry.from + ry.stride - 1) / ry.stride;
   const uint32_t* rows[kPackedRows] = {};
   const bool packedRows = rowSamples <= kPackedRows;
   if (packedRows)
     for (int32_t i = 0; i < rowSamples; ++i) rows[i] = img.Row(ry.from + i * ry.stride);
+  const bool smallRows = rowSamples == 2 || rowSamples == 3;
   for (int32_t i = 0; i < n; ++i) {
     const AreaColumn& c = cols[i];
+    if (smallRows && c.span.stride == 1 && (c.samples == 2 || (c.samples == 3 && c.contiguous))) {
+      out[i] = AreaSmallBox(rows, rowSamples, c);
+      continue;
+    }
     const int32_t count = rowSamples * c.samples;
     if (!c.vector || !packedRows) {
       out[i] = AreaMixed(img, ry, c.span, count);
@@ -426,25 +511,17 @@ void AreaSpanRow(const Surface& img, const AreaSpan& ry, const AreaColumn* cols,
       const __m128i alphaLane = _mm_set_epi32(-1, 0, 0, 0);
       sums = _mm_or_si128(_mm_andnot_si128(alphaLane, sums),
                           _mm_and_si128(alphaLane, _mm_unpacklo_epi16(acc, zero)));
-      out[i] = AreaFinish(sums, count);
+      out[i] = AreaFinishSmall(sums, sumA, count);
       continue;
     }
-    __m128i v;
-    if (kMagic[count]) {
-      v = _mm_mulhi_epu16(acc, _mm_set1_epi16(static_cast<int16_t>(kMagic[count])));
-    } else {
-      const __m128 q = _mm_mul_ps(_mm_add_ps(_mm_cvtepi32_ps(_mm_unpacklo_epi16(acc, zero)), _mm_set1_ps(0.5f)),
-                                  _mm_set1_ps(1.0f / static_cast<float>(count)));
-      v = _mm_cvttps_epi32(q);
-      v = _mm_packs_epi32(v, v);
-    }
-    out[i] = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_packus_epi16(v, v)));
+    out[i] = AreaOpaqueMean(acc, count);
   }
 }
 
 // Composes a span over the checkerboard, four pixels at a time, skipping
-// groups that are all opaque. (c a + grey (255 - a)) / 255 is at most 65025,
-// and (v + 1 + (v >> 8)) >> 8 equals v / 255 for every v below 65535.
+// groups that are all opaque and filling those all clear (0) with their grey.
+// (c a + grey (255 - a)) / 255 is at most 65025, and (v + 1 + (v >> 8)) >> 8
+// equals v / 255 for every v below 65535.
 void OverCheckerSpan(uint32_t* px, const uint32_t* greys, int32_t n) {
   const __m128i zero = _mm_setzero_si128(), ones = _mm_set1_epi32(-1);
   const __m128i alphaBits = _mm_set1_epi32(static_cast<int32_t>(0xFF000000u));
@@ -460,6 +537,10 @@ void OverCheckerSpan(uint32_t* px, const uint32_t* greys, int32_t n) {
     const __m128i c = _mm_loadu_si128(reinterpret_cast<const __m128i*>(px + i));
     if (_mm_movemask_epi8(_mm_cmpeq_epi32(_mm_or_si128(c, colourBits), ones)) == 0xFFFF) continue;
     const __m128i g = _mm_loadu_si128(reinterpret_cast<const __m128i*>(greys + i));
+    if (_mm_movemask_epi8(_mm_cmpeq_epi32(c, zero)) == 0xFFFF) {  // all clear: the grey itself
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(px + i), _mm_or_si128(g, alphaBits));
+      continue;
+    }
     const __m128i lo = mix(_mm_unpacklo_epi8(c, zero), _mm_unpacklo_epi8(g, zero));
     const __m128i hi = mix(_mm_unpackhi_epi8(c, zero), _mm_unpackhi_epi8(g, zero));
     _mm_storeu_si128(reinterpret_cast<__m128i*>(px + i), _mm_or_si128(_mm_packus_epi16(lo, hi), alphaBits));
