@@ -13,6 +13,7 @@
 #include "processing/hdr_tone_map.h"
 #include "processing/inpaint.h"
 #include "processing/lens_flare.h"
+#include "pixel_op_run.h"
 
 namespace tavora {
 namespace {
@@ -46,16 +47,7 @@ std::vector<uint32_t> Landscape(int w, int h) {
 
 void RunOp(benchmark::State& state, PixelOp op, const void* params) {
   constexpr int w = 6000, h = 4000;
-  const std::vector<uint32_t> source = Landscape(w, h);
-  std::vector<uint32_t> work;
-  for (auto _ : state) {
-    state.PauseTiming();
-    work = source;
-    state.ResumeTiming();
-    op(work.data(), w, h, params);
-    benchmark::DoNotOptimize(work.data());
-  }
-  state.SetItemsProcessed(state.iterations() * int64_t{w} * h);
+  RunPixelOp(state, op, params, Landscape(w, h), w, h);
 }
 
 void BM_HdrToneMap(benchmark::State& state) {

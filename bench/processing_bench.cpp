@@ -7,6 +7,7 @@
 
 #include "processing/adjustments.h"
 #include "processing/filters.h"
+#include "pixel_op_run.h"
 
 namespace tavora {
 namespace {
@@ -24,16 +25,7 @@ std::vector<uint32_t> Photo(int w = kW, int h = kH) {
 }
 
 void Run(benchmark::State& state, PixelOp op, const void* params, int w = kW, int h = kH) {
-  const std::vector<uint32_t> source = Photo(w, h);
-  std::vector<uint32_t> work;
-  for (auto _ : state) {
-    state.PauseTiming();
-    work = source;
-    state.ResumeTiming();
-    op(work.data(), w, h, params);
-    benchmark::DoNotOptimize(work.data());
-  }
-  state.SetItemsProcessed(state.iterations() * int64_t{w} * h);
+  RunPixelOp(state, op, params, Photo(w, h), w, h);
 }
 
 void BM_GaussianBlur(benchmark::State& state) {

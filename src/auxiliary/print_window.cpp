@@ -573,7 +573,7 @@ LRESULT CALLBACK PrintProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
       GetClientRect(hwnd, &r);
       const int saved = SaveDC(dc);
       ExcludeClipRect(dc, s->previewRect.left, s->previewRect.top, s->previewRect.right, s->previewRect.bottom);
-      FillRect(dc, &r, DialogThemeDark() ? DialogWindowBrush() : GetSysColorBrush(COLOR_BTNFACE));
+      FillRect(dc, &r, DialogBackgroundBrush());
       RestoreDC(dc, saved);
       return 1;
     }

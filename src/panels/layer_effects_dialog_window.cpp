@@ -284,7 +284,7 @@ LRESULT CALLBACK DialogProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
     case WM_ERASEBKGND: {
       RECT r;
       GetClientRect(hwnd, &r);
-      FillRect(reinterpret_cast<HDC>(wp), &r, DialogThemeDark() ? DialogWindowBrush() : GetSysColorBrush(COLOR_BTNFACE));
+      FillRect(reinterpret_cast<HDC>(wp), &r, DialogBackgroundBrush());
       return 1;
     }
     case WM_CTLCOLORSTATIC:

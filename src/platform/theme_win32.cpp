@@ -98,6 +98,10 @@ HBRUSH DialogWindowBrush() {
   return g_theme.window;
 }
 
+HBRUSH DialogBackgroundBrush() {
+  return DialogThemeDark() ? DialogWindowBrush() : GetSysColorBrush(COLOR_BTNFACE);
+}
+
 HBRUSH DialogBandBrush() {
   EnsureBrushes();
   return g_theme.band;

@@ -26,6 +26,8 @@ const ThemeColors& DialogThemeColors();
 // Brushes of the colours above, owned here and valid until the next change.
 HBRUSH DialogWindowBrush();
 HBRUSH DialogBandBrush();
+// A dialog's background in either theme (the system's button face when light).
+HBRUSH DialogBackgroundBrush();
 
 // Answers WM_CTLCOLORDLG, STATIC, BTN, EDIT, LISTBOX and SCROLLBAR in the
 // dark theme: the control's DC gets the text and background colours and

@@ -499,7 +499,7 @@ LRESULT CALLBACK DialogProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
     case WM_ERASEBKGND: {
       RECT r;
       GetClientRect(hwnd, &r);
-      HBRUSH back = DialogThemeDark() ? DialogWindowBrush() : GetSysColorBrush(COLOR_BTNFACE);
+      HBRUSH back = DialogBackgroundBrush();
       FillRect(reinterpret_cast<HDC>(wp), &r, back);
       return 1;
     }

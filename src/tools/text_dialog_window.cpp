@@ -153,7 +153,7 @@ LRESULT CALLBACK DialogProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
       RECT r;
       GetClientRect(hwnd, &r);
       FillRect(reinterpret_cast<HDC>(wp), &r,
-               DialogThemeDark() ? DialogWindowBrush() : GetSysColorBrush(COLOR_BTNFACE));
+               DialogBackgroundBrush());
       return 1;
     }
     case WM_CTLCOLORSTATIC:

@@ -61,7 +61,7 @@ class Shapes : public ::testing::Test {
     doc->active = 1;
     return doc;
   }
-  static ShapeGeometry Spec(ShapeType type, double x0, double y0, double x1, double y1, int32_t opacity = 100) {
+  static ShapeGeometry Geometry(ShapeType type, double x0, double y0, double x1, double y1, int32_t opacity = 100) {
     ToolOptions o;
     o.linewidth = 2;
     o.opacity = opacity;
@@ -94,7 +94,7 @@ TEST_F(Shapes, EachPixelIsLaidAtAlphaTimesOpacityThenTimesTheSelectionByteTrunca
     }
     FakeDrawer::alpha = c.a;
     const uint32_t before = doc->layers[1].pixels.At(7, 7);
-    ASSERT_TRUE(DrawShapeOnLayer(*doc, Spec(ShapeType::Rectangle, 5, 5, 10, 10, c.opacity)));
+    ASSERT_TRUE(DrawShapeOnLayer(*doc, Geometry(ShapeType::Rectangle, 5, 5, 10, 10, c.opacity)));
     const uint32_t want = c.laid ? Over(before, 0xCC2211u | c.laid << 24) : before;
     EXPECT_EQ(doc->layers[1].pixels.At(7, 7), want) << c.a << " " << c.opacity << " " << c.mask;
     EXPECT_EQ(doc->layers[1].pixels.At(2, 2), before) << "outside the shape";
@@ -105,7 +105,7 @@ TEST_F(Shapes, EachPixelIsLaidAtAlphaTimesOpacityThenTimesTheSelectionByteTrunca
 TEST_F(Shapes, TheBufferHoldsTheLineWidthAndAClickDrawsNothing) {
   for (int32_t width : {1, 2, 7, 40, 400}) {
     auto doc = Doc(900, 900);
-    ShapeGeometry s = Spec(ShapeType::Line, 400.5, 420.25, 460.5, 430.75);
+    ShapeGeometry s = Geometry(ShapeType::Line, 400.5, 420.25, 460.5, 430.75);
     s.lineWidth = width;
     ASSERT_TRUE(DrawShapeOnLayer(*doc, s));
     const ShapeDrawing& d = FakeDrawer::last;
@@ -118,11 +118,11 @@ TEST_F(Shapes, TheBufferHoldsTheLineWidthAndAClickDrawsNothing) {
   auto doc = Doc();
   const Surface before = doc->layers[1].pixels;
   FakeDrawer::calls = 0;
-  EXPECT_FALSE(DrawShapeOnLayer(*doc, Spec(ShapeType::Ellipse, 4, 4, 4, 4)));
+  EXPECT_FALSE(DrawShapeOnLayer(*doc, Geometry(ShapeType::Ellipse, 4, 4, 4, 4)));
   FakeDrawer::fail = true;
-  EXPECT_FALSE(DrawShapeOnLayer(*doc, Spec(ShapeType::Ellipse, 4, 4, 9, 9)));
+  EXPECT_FALSE(DrawShapeOnLayer(*doc, Geometry(ShapeType::Ellipse, 4, 4, 9, 9)));
   SetSystemDrawing(nullptr);
-  EXPECT_FALSE(DrawShapeOnLayer(*doc, Spec(ShapeType::Ellipse, 4, 4, 9, 9)));
+  EXPECT_FALSE(DrawShapeOnLayer(*doc, Geometry(ShapeType::Ellipse, 4, 4, 9, 9)));
   EXPECT_EQ(FakeDrawer::calls, 1);
   EXPECT_TRUE(doc->history.states.empty());
   EXPECT_TRUE(SamePixels(doc->layers[1].pixels, before));
@@ -132,7 +132,7 @@ TEST_F(Shapes, PastTheCanvasALayerKeepsExtendedContentAndUndoIsExact) {
   auto doc = Doc(20, 16, 0xFF445566);
   const Surface before = doc->layers[1].pixels;
   // From inside to 10 pixels past the right edge: a whole-layer step.
-  ASSERT_TRUE(DrawShapeOnLayer(*doc, Spec(ShapeType::Rectangle, 12, 4, 30, 8)));
+  ASSERT_TRUE(DrawShapeOnLayer(*doc, Geometry(ShapeType::Rectangle, 12, 4, 30, 8)));
   const Layer& l = doc->layers[1];
   ASSERT_TRUE(l.extended);
   EXPECT_EQ(l.extended->x, 0);
@@ -143,7 +143,7 @@ TEST_F(Shapes, PastTheCanvasALayerKeepsExtendedContentAndUndoIsExact) {
   EXPECT_EQ(doc->history.states.back().kind, HistoryKind::OneLayer);
   EXPECT_EQ(UndoLabel(*doc), u"Shape");
   // A second shape inside the canvas changes the extended content too.
-  ASSERT_TRUE(DrawShapeOnLayer(*doc, Spec(ShapeType::Line, 2, 11, 6, 12)));
+  ASSERT_TRUE(DrawShapeOnLayer(*doc, Geometry(ShapeType::Line, 2, 11, 6, 12)));
   EXPECT_EQ(UndoLabel(*doc), u"Line");
   EXPECT_EQ(beyond(4, 11), 0xFFCC2211u);
   const Layer after = doc->layers[1];
@@ -158,13 +158,13 @@ TEST_F(Shapes, PastTheCanvasALayerKeepsExtendedContentAndUndoIsExact) {
 
   // A Background keeps only the canvas part, with a tile step.
   doc->active = 0;
-  ASSERT_TRUE(DrawShapeOnLayer(*doc, Spec(ShapeType::Rectangle, -8, 4, 3, 8)));
+  ASSERT_TRUE(DrawShapeOnLayer(*doc, Geometry(ShapeType::Rectangle, -8, 4, 3, 8)));
   EXPECT_FALSE(doc->layers[0].extended);
   EXPECT_EQ(doc->layers[0].pixels.At(0, 6), 0xFFCC2211u);
   EXPECT_EQ(doc->history.states.back().kind, HistoryKind::Tiles);
   // Wholly outside: nothing to draw, nothing recorded.
   const std::size_t states = doc->history.states.size();
-  EXPECT_FALSE(DrawShapeOnLayer(*doc, Spec(ShapeType::Rectangle, -30, 4, -20, 8)));
+  EXPECT_FALSE(DrawShapeOnLayer(*doc, Geometry(ShapeType::Rectangle, -30, 4, -20, 8)));
   EXPECT_EQ(doc->history.states.size(), states);
 }
 
