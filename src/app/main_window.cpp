@@ -60,6 +60,7 @@
 #include "panels/status_bar_window.h"
 #include "panels/tab_order.h"
 #include "panels/tabs_bar_window.h"
+#include "panels/toolbar.h"
 #include "panels/toolbox.h"
 #include "browse/browse_window.h"
 #include "tools/canvas.h"
@@ -101,6 +102,7 @@ struct Shell {
   RecentFiles recent;
   HWND toolbox = nullptr;
   HWND optionsBar = nullptr;
+  HWND toolbar = nullptr;
   HWND tabs = nullptr;
   HWND status = nullptr;
   ToolSettings tools;
@@ -241,7 +243,9 @@ void RefreshMenus() {
       DrawMenuBar(g.main);
     }
   }
-  // The tabs bar and the status bar follow every change the menus do.
+  // The toolbar, the tabs bar and the status bar follow every change the
+  // menus do.
+  RefreshToolbar(g.toolbar);
   SetTabsBarDocuments(g.tabs, g.documents, g.activeTab, g.browseOpen);
   RefreshStatusBar(g.status);
 }
@@ -275,6 +279,7 @@ void ApplyTheme() {
   if (g.layers) SetLayersPanelTheme(g.layers, g.dark);
   if (g.toolbox) SetToolboxTheme(g.toolbox, g.dark);
   if (g.optionsBar) SetOptionsBarTheme(g.optionsBar, g.dark);
+  SetToolbarTheme(g.toolbar, g.dark);
   ManualThemeChanged();
   if (g.tabs) SetTabsBarTheme(g.tabs, g.dark);
   if (g.status) SetStatusBarTheme(g.status, g.dark);
@@ -923,6 +928,10 @@ bool OpenFromBrowse(const std::filesystem::path& path) {
 
 // ---------------------------------------------------------------- commands
 
+// The toolbar's buttons are menu commands, offered when the menus offer them.
+void CommandFromToolbar(int32_t id) { SendMessageW(g.main, WM_COMMAND, static_cast<WPARAM>(id), 0); }
+bool ToolbarCommandAvailable(int32_t id) { return CommandAvailable(id, CurrentState()); }
+
 void RunCommand(int32_t id) {
   if (id >= kCmdRecentFirst && id < kCmdRecentFirst + RecentFiles::kMax) {
     const std::size_t i = static_cast<std::size_t>(id - kCmdRecentFirst);
@@ -1203,10 +1212,13 @@ void LayoutChildren() {
   const int statusHeight = g.status ? std::min<int>(StatusBarHeight(g.dpi), r.bottom - r.top) : 0;
   const int height = r.bottom - r.top - statusHeight;
   if (g.status) MoveWindow(g.status, 0, height, width, statusHeight, TRUE);
-  // The options bar runs along the top; below it the toolbox at the left,
-  // the canvas, and a column at the right with History above Layers.
-  const int top = g.optionsBar ? std::min(OptionsBarHeight(g.dpi), height) : 0;
-  if (g.optionsBar) MoveWindow(g.optionsBar, 0, 0, width, top, TRUE);
+  // The toolbar and under it the options bar run along the top; below them
+  // the toolbox at the left, the canvas, and a column at the right with
+  // History above Layers.
+  const int toolbarHeight = g.toolbar ? std::min(ToolbarHeight(g.dpi), height) : 0;
+  if (g.toolbar) MoveWindow(g.toolbar, 0, 0, width, toolbarHeight, TRUE);
+  const int top = toolbarHeight + (g.optionsBar ? std::min(OptionsBarHeight(g.dpi), height - toolbarHeight) : 0);
+  if (g.optionsBar) MoveWindow(g.optionsBar, 0, toolbarHeight, width, top - toolbarHeight, TRUE);
   const int tools = g.toolbox ? std::min(ToolboxWidth(g.dpi, height - top), width / 3) : 0;
   if (g.toolbox) MoveWindow(g.toolbox, 0, top, tools, height - top, TRUE);
   const int panel = std::min(HistoryPanelWidth(g.dpi), width / 2);
@@ -1458,6 +1470,7 @@ int RunTavora(HINSTANCE instance, int showFlag) {
   RegisterLayersPanelClass(instance);
   RegisterToolboxClass(instance);
   RegisterOptionsBarClass(instance);
+  RegisterToolbarClass(instance);
   RegisterTabsBarClass(instance);
   RegisterStatusBarClass(instance);
   RegisterBrowseClasses(instance);
@@ -1485,6 +1498,8 @@ int RunTavora(HINSTANCE instance, int showFlag) {
   g.toolbox = CreateToolbox(g.main, instance, &g.tools, {&SelectTool, &ColorsChanged});
   g.optionsBar = CreateOptionsBar(g.main, instance, &g.tools, &OptionChanged);
   SetOptionsBarFinish(&FinishToolFromBar);
+  g.toolbar = CreateToolbar(g.main, instance, g.canvas, {&CommandFromToolbar, &ToolbarCommandAvailable});
+  SetToolbarTheme(g.toolbar, g.dark);
   g.tabs = CreateTabsBar(g.main, instance, {&ActivateFromTabsBar, &CloseFromTabsBar, &ReorderFromTabsBar});
   g.status = CreateStatusBar(g.main, instance, g.canvas);
   g.browse = CreateBrowseHost(g.main, instance, {&OpenFromBrowse});

@@ -121,7 +121,7 @@ LRESULT CALLBACK StatusProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
     case WM_GETTEXT:
       return AnswerGetText(WindowText(), wp, lp);
     case WM_DESTROY:
-      if (g_status.canvas) SetCanvasViewListener(g_status.canvas, nullptr, nullptr);
+      if (g_status.canvas) RemoveCanvasViewListener(g_status.canvas, hwnd);
       g_status.canvas = nullptr;
       return 0;
   }
@@ -144,7 +144,7 @@ HWND CreateStatusBar(HWND parent, HINSTANCE instance, HWND canvas) {
                              nullptr, instance, nullptr);
   if (bar) {
     g_status.canvas = canvas;
-    SetCanvasViewListener(canvas, &CanvasChanged, bar);
+    AddCanvasViewListener(canvas, &CanvasChanged, bar);
   }
   return bar;
 }

@@ -21,10 +21,7 @@ constexpr int32_t kOrder[kToolCount] = {
 
 constexpr int kMargin = 5, kButton = 28, kGap = 2, kBox = 24, kSmall = 16;
 
-// One string per tool: strokes separated by ';', each a kind letter (L
-// lines, C closed, E ellipse, F filled ellipse, B box, R rounded box, P
-// filled polygon), an optional pen width digit and 'd' for dashed, then
-// x,y points on the 16 x 16 grid.
+// One icon per tool, in the notation of ParseGlyph.
 constexpr std::u16string_view kGlyphs[kToolCount] = {
     u"Bd 2,3 14,13",                                                       // rectangle select
     u"Ed 1,3 15,13",                                                       // ellipse select
@@ -56,18 +53,6 @@ constexpr std::u16string_view kGlyphs[kToolCount] = {
     u"E 2,3 14,15; L 10,1 13,3 10,5",                                      // layer rotate
     u"B 1,7 9,15; L 7,9 15,1; L 10,1 15,1 15,6",                           // layer resize
 };
-
-GlyphStroke::Kind KindFor(char16_t c) {
-  switch (c) {
-    case u'C': return GlyphStroke::Kind::Closed;
-    case u'E': return GlyphStroke::Kind::Ellipse;
-    case u'F': return GlyphStroke::Kind::FilledEllipse;
-    case u'B': return GlyphStroke::Kind::Box;
-    case u'R': return GlyphStroke::Kind::RoundBox;
-    case u'P': return GlyphStroke::Kind::Filled;
-    default: return GlyphStroke::Kind::Lines;
-  }
-}
 
 Rect Square(int32_t x, int32_t y, int32_t side) { return {x, y, x + side, y + side}; }
 
@@ -112,38 +97,6 @@ ToolboxHit HitToolbox(const ToolboxLayout& layout, int32_t x, int32_t y) {
   return {};
 }
 
-std::vector<GlyphStroke> ToolGlyph(int32_t id) {
-  std::vector<GlyphStroke> strokes;
-  std::u16string_view text = kGlyphs[Tool(id).id];
-  while (!text.empty()) {
-    const std::size_t end = text.find(u';');
-    std::u16string_view part = text.substr(0, end);
-    text = end == text.npos ? std::u16string_view{} : text.substr(end + 1);
-    while (!part.empty() && part.front() == u' ') part.remove_prefix(1);
-    if (part.empty()) continue;
-    GlyphStroke stroke;
-    stroke.kind = KindFor(part.front());
-    std::size_t i = 1;
-    for (; i < part.size() && part[i] != u' '; ++i) {
-      if (part[i] == u'd') stroke.dashed = true;
-      else if (part[i] >= u'1' && part[i] <= u'9') stroke.width = part[i] - u'0';
-    }
-    int32_t value = 0;
-    bool inNumber = false;
-    for (; i <= part.size(); ++i) {
-      const char16_t c = i < part.size() ? part[i] : u' ';
-      if (c >= u'0' && c <= u'9') {
-        value = value * 10 + (c - u'0');
-        inNumber = true;
-      } else if (inNumber) {
-        stroke.points.push_back(value);
-        value = 0;
-        inNumber = false;
-      }
-    }
-    strokes.push_back(std::move(stroke));
-  }
-  return strokes;
-}
+std::vector<GlyphStroke> ToolGlyph(int32_t id) { return ParseGlyph(kGlyphs[Tool(id).id]); }
 
 }  // namespace tavora

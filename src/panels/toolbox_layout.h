@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "document/rect.h"
+#include "panels/glyph.h"
 #include "tools/tool_table.h"
 
 namespace tavora {
@@ -30,14 +31,7 @@ struct ToolboxHit {
 };
 ToolboxHit HitToolbox(const ToolboxLayout& layout, int32_t x, int32_t y);
 
-// An icon is a few strokes on a 16 x 16 grid.
-struct GlyphStroke {
-  enum class Kind : uint8_t { Lines, Closed, Ellipse, FilledEllipse, Box, RoundBox, Filled };
-  Kind kind = Kind::Lines;
-  int32_t width = 1;  // pen width in grid units
-  bool dashed = false;
-  std::vector<int32_t> points;  // x, y pairs; boxes and ellipses use two corners
-};
+// A tool's icon.
 std::vector<GlyphStroke> ToolGlyph(int32_t id);
 
 }  // namespace tavora

@@ -7,11 +7,12 @@
 #include <algorithm>
 #include <cmath>
 #include <string>
-#include <vector>
 
 #include "panels/toolbox.h"
+#include "panels/glyph_win32.h"
 #include "panels/toolbox_layout.h"
 #include "platform/dialog_win32.h"
+#include "platform/buffered_paint_win32.h"
 #include "platform/dpi_win32.h"
 
 namespace tavora {
@@ -38,44 +39,6 @@ ToolboxLayout LayoutOf(HWND hwnd) {
 
 COLORREF Ref(uint32_t argb) { return RGB((argb >> 16) & 255, (argb >> 8) & 255, argb & 255); }
 RECT Win(const Rect& r) { return {r.x0, r.y0, r.x1, r.y1}; }
-
-void DrawGlyph(HDC dc, const Rect& button, int32_t tool, COLORREF color, double scale) {
-  // The 16-unit grid sits centred in the button with a small margin.
-  const double unit = (button.Width() - 10.0 * scale) / 16.0;
-  const double ox = button.x0 + 5.0 * scale, oy = button.y0 + 5.0 * scale;
-  const auto X = [&](int32_t v) { return static_cast<int>(std::lround(ox + v * unit)); };
-  const auto Y = [&](int32_t v) { return static_cast<int>(std::lround(oy + v * unit)); };
-  HBRUSH fill = CreateSolidBrush(color);
-  for (const GlyphStroke& s : ToolGlyph(tool)) {
-    const int width = std::max(1, static_cast<int>(std::lround(s.width * unit * 0.9)));
-    LOGBRUSH solid{BS_SOLID, color, 0};
-    HPEN pen = s.dashed ? CreatePen(PS_DOT, 1, color)
-                        : ExtCreatePen(PS_GEOMETRIC | PS_SOLID | PS_ENDCAP_ROUND | PS_JOIN_ROUND,
-                                       static_cast<DWORD>(width), &solid, 0, nullptr);
-    HGDIOBJ oldPen = SelectObject(dc, pen);
-    using K = GlyphStroke::Kind;
-    const bool filled = s.kind == K::FilledEllipse || s.kind == K::Filled;
-    HGDIOBJ oldBrush = SelectObject(dc, filled ? fill : GetStockObject(NULL_BRUSH));
-    std::vector<POINT> pts;
-    for (std::size_t i = 0; i + 1 < s.points.size(); i += 2)
-      pts.push_back(POINT{X(s.points[i]), Y(s.points[i + 1])});
-    switch (s.kind) {
-      case K::Lines: Polyline(dc, pts.data(), static_cast<int>(pts.size())); break;
-      case K::Closed: case K::Filled: Polygon(dc, pts.data(), static_cast<int>(pts.size())); break;
-      case K::Ellipse: case K::FilledEllipse: Ellipse(dc, pts[0].x, pts[0].y, pts[1].x, pts[1].y); break;
-      case K::Box: Rectangle(dc, pts[0].x, pts[0].y, pts[1].x, pts[1].y); break;
-      case K::RoundBox: {
-        const int round = static_cast<int>(5 * unit);
-        RoundRect(dc, pts[0].x, pts[0].y, pts[1].x, pts[1].y, round, round);
-        break;
-      }
-    }
-    SelectObject(dc, oldBrush);
-    SelectObject(dc, oldPen);
-    DeleteObject(pen);
-  }
-  DeleteObject(fill);
-}
 
 void DrawColorBox(HDC dc, const Rect& box, uint32_t color, bool selected, bool dark,
                   double scale) {
@@ -104,14 +67,9 @@ void DrawSmallButton(HDC dc, const Rect& area, const wchar_t* text, COLORREF col
 }
 
 void Paint(HWND hwnd) {
-  PAINTSTRUCT ps;
-  HDC target = BeginPaint(hwnd, &ps);
-  RECT client;
-  GetClientRect(hwnd, &client);
-  // Drawn off screen first so the buttons never flicker.
-  HDC dc = CreateCompatibleDC(target);
-  HBITMAP bitmap = CreateCompatibleBitmap(target, std::max(1L, client.right), std::max(1L, client.bottom));
-  HGDIOBJ oldBitmap = SelectObject(dc, bitmap);
+  BufferedPaint paint(hwnd);
+  HDC dc = paint.Dc();
+  const RECT& client = paint.Client();
   const bool dark = g_box.dark;
   HBRUSH back = CreateSolidBrush(dark ? RGB(0x25, 0x26, 0x2A) : RGB(0xF0, 0xF1, 0xF3));
   FillRect(dc, &client, back);
@@ -129,7 +87,7 @@ void Paint(HWND hwnd) {
       FillRect(dc, &r, hi);
       DeleteObject(hi);
     }
-    DrawGlyph(dc, b, id, id == current ? RGB(0x1A, 0x1A, 0x1A) : ink, scale);
+    DrawGlyph(dc, b, ToolGlyph(id), id == current ? RGB(0x1A, 0x1A, 0x1A) : ink, scale);
   }
   if (g_box.tools) {
     const ColorBoxes& c = g_box.tools->colors;
@@ -142,11 +100,6 @@ void Paint(HWND hwnd) {
   DrawSmallButton(dc, layout.swap, L"\u21C4", ink, font);
   DrawSmallButton(dc, layout.reset, L"\u25A0", ink, font);
   DeleteObject(font);
-  BitBlt(target, 0, 0, client.right, client.bottom, dc, 0, 0, SRCCOPY);
-  SelectObject(dc, oldBitmap);
-  DeleteObject(bitmap);
-  DeleteDC(dc);
-  EndPaint(hwnd, &ps);
 }
 
 // One tooltip per button, rebuilt when the dpi moves the buttons.

@@ -27,6 +27,8 @@ void FitCanvasDocument(HWND canvas, bool neverEnlarge);
 // Zoom commands: +1 in, -1 out about the centre; 100 % and actual pixels.
 void ZoomCanvas(HWND canvas, int direction);
 void ZoomCanvasTo(HWND canvas, bool actualPixels);
+// Any zoom (held to 1 % .. 6400 %), about the centre.
+void SetCanvasZoom(HWND canvas, double zoom);
 // Repaints the image area that changed (image coordinates), or everything.
 void InvalidateCanvasImage(HWND canvas, const Rect& imageRect);
 void InvalidateCanvas(HWND canvas);
@@ -44,14 +46,16 @@ class ToolInput;
 class ToolSettings;
 void SetCanvasTools(HWND canvas, ToolSettings* settings, ToolInput* input,
                     void (*colorsChanged)());
-// What the status bar follows: the document shown and the image pixel under
-// the pointer while it is over the picture. `changed` runs when the pointer
-// moves to another pixel or leaves the picture, that pixel is repainted,
-// the zoom changes or another document is shown; it should only note that
-// what it shows is stale, as it runs on every such mouse move.
+// What the status bar and the toolbar follow: the document shown and the
+// image pixel under the pointer while it is over the picture. A listener's
+// `changed` runs when the pointer moves to another pixel or leaves the
+// picture, that pixel is repainted, the zoom changes or another document is
+// shown; it should only note that what it shows is stale, as it runs on
+// every such mouse move. Up to four listeners, told apart by `context`.
 Document* CanvasDocument(HWND canvas);
 bool CanvasPointerPixel(HWND canvas, int32_t& x, int32_t& y);
-void SetCanvasViewListener(HWND canvas, void (*changed)(void* context), void* context);
+void AddCanvasViewListener(HWND canvas, void (*changed)(void* context), void* context);
+void RemoveCanvasViewListener(HWND canvas, void* context);
 // The tool or its brush size changed: redraw the cursor and overlays.
 void RefreshCanvasTool(HWND canvas);
 // Draws the brush cursor rings at a client position.

@@ -44,8 +44,11 @@ struct CanvasState {
   bool inside = false;    // the pointer is over the canvas
   // What the status bar was last told: the image pixel under the pointer
   // (while over the picture) and the zoom.
-  void (*viewChanged)(void* context) = nullptr;
-  void* viewContext = nullptr;
+  struct ViewListener {
+    void (*changed)(void* context) = nullptr;
+    void* context = nullptr;
+  };
+  ViewListener listeners[4];  // the status bar and the toolbar
   bool hoverInside = false;
   int32_t hoverX = 0, hoverY = 0;
   double reportedZoom = 0;
@@ -354,7 +357,8 @@ void UpdateHover(HWND hwnd, CanvasState& s, bool force) {
   s.hoverX = x;
   s.hoverY = y;
   s.reportedZoom = zoom;
-  if (s.viewChanged) s.viewChanged(s.viewContext);
+  for (const auto& l : s.listeners)
+    if (l.changed) l.changed(l.context);
 }
 
 void MarkAll(HWND hwnd, CanvasState& s) {
@@ -817,10 +821,14 @@ void ZoomCanvas(HWND canvas, int direction) {
 }
 
 void ZoomCanvasTo(HWND canvas, bool actualPixels) {
+  SetCanvasZoom(canvas, actualPixels ? 1.0 / Client(canvas).dpiScale : 1.0);
+}
+
+void SetCanvasZoom(HWND canvas, double zoom) {
   CanvasState* s = State(canvas);
   if (!s || !s->doc) return;
   const ClientArea c = Client(canvas);
-  SetZoom(*s->doc, actualPixels ? 1.0 / c.dpiScale : 1.0, c.width / 2.0, c.height / 2.0, c);
+  SetZoom(*s->doc, zoom, c.width / 2.0, c.height / 2.0, c);
   MarkAll(canvas, *s);
 }
 
@@ -867,11 +875,20 @@ bool CanvasPointerPixel(HWND canvas, int32_t& x, int32_t& y) {
   return true;
 }
 
-void SetCanvasViewListener(HWND canvas, void (*changed)(void* context), void* context) {
-  if (CanvasState* s = State(canvas)) {
-    s->viewChanged = changed;
-    s->viewContext = context;
-  }
+void AddCanvasViewListener(HWND canvas, void (*changed)(void* context), void* context) {
+  CanvasState* s = State(canvas);
+  if (!s) return;
+  for (auto& l : s->listeners)
+    if (!l.changed) {
+      l = {changed, context};
+      return;
+    }
+}
+
+void RemoveCanvasViewListener(HWND canvas, void* context) {
+  if (CanvasState* s = State(canvas))
+    for (auto& l : s->listeners)
+      if (l.context == context) l = {};
 }
 
 void RefreshCanvasTool(HWND canvas) {

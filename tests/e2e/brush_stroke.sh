@@ -48,7 +48,7 @@ cli_path() { for p in $path; do echo "${p%,*}.5,${p#*,}.5"; done; }
 
 start
 eval "$(xdotool getwindowgeometry --shell "$main")"
-read -r fx fy < <(python3 "$find" "$work/shot.png" field "$X" $((Y + 20)) $((Y + 90))) || true
+read -r fx fy < <(python3 "$find" "$work/shot.png" field "$X" $((Y + 54)) $((Y + 122))) || true
 [ -n "${fx:-}" ] || fail "no number box on the options bar"
 xdotool key m
 sleep 0.3

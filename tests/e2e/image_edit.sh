@@ -128,7 +128,7 @@ drag $((ox + 20)) $((oy + 20)) $((ox + 300)) $((oy + 400))
 import -window root "$out/image-edit-crop.png"
 eval "$(xdotool getwindowgeometry --shell "$main")"
 # "Apply" follows the tool's title on the options bar.
-xdotool mousemove $((X + 94)) $((Y + 34)) click 1
+xdotool mousemove $((X + 94)) $((Y + 66)) click 1
 sleep 1.5
 
 # Resize: Tab to the width (the height and percent follow), half of 280.

@@ -36,7 +36,7 @@ main=$(xdotool search --name '^Tavora$' | head -1)
 eval "$(xdotool getwindowgeometry --shell "$main")"
 # A click on the empty end of the options bar makes the main window the
 # active one (a click on an empty canvas would ask for a file).
-activate_main() { xdotool mousemove $((X + WIDTH - 120)) $((Y + 34)) click 1; sleep 0.5; }
+activate_main() { xdotool mousemove $((X + WIDTH - 120)) $((Y + 66)) click 1; sleep 0.5; }
 activate_main
 
 # F1 with the brush, the tool Tavora starts with.

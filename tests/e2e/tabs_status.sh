@@ -4,8 +4,9 @@
 # its mark; the middle button closes a tab left of the active one, which
 # stays active; the close button of the modified tab asks to save and "Yes"
 # saves it; the status bar names the pointer's pixel, the picture and the
-# selection; a double click on the empty bar asks for a new image; "Close
-# All Tabs" asks first and then closes every tab.
+# selection; the toolbar's zoom box follows and sets the zoom; a double
+# click on the empty bar asks for a new image; "Close All Tabs" asks first
+# and then closes every tab.
 # The bars are read through their window texts by a small helper built here
 # with the same compiler as the program.
 # Usage: tabs_status.sh TAVORA_EXE CXX_COMPILER WINE_RUN OUTPUT_DIR
@@ -101,6 +102,43 @@ xdotool mousemove $((ox + 5)) $((oy + 7))
 status_has "X 5   Y 7     R 48  G 48  B 192  A 255"
 status_has "100%   64 × 48 px   "
 status_has "   24-bit"
+
+# The toolbar's zoom box shows the zoom. A typed percent, the Zoom in
+# button, a zoom by key and the box's list each set it, and the status bar
+# agrees. At 96 dpi the box spans 198..294 of the bar and Zoom in 296..322.
+toolbar_text() { child KZToolbar | cut -d' ' -f5-; }
+zoom_is() {
+  for _ in $(seq 1 20); do
+    [ "$(toolbar_text)" = "$1" ] && status_text | grep -qF -- "$2   64 × 48" && return 0
+    sleep 0.5
+  done
+  fail "the zoom box shows \"$(toolbar_text)\" and the status bar \"$(status_text)\", not $1 and $2"
+}
+read -r bx by _ bb _ <<<"$(child KZToolbar)"
+mid=$(((by + bb) / 2))
+zoom_is "100%" "100%"
+xdotool mousemove $((bx + 230)) $mid click 1
+sleep 0.3
+xdotool key End BackSpace BackSpace BackSpace BackSpace BackSpace BackSpace
+xdotool type 25
+xdotool key Return
+zoom_is "25%" "25%"
+xdotool mousemove $((bx + 309)) $mid click 1
+zoom_is "33.3%" "33%"
+import -window root "$out/toolbar-zoom.png"
+xdotool windowfocus --sync "$main"
+xdotool key ctrl+minus
+zoom_is "25%" "25%"
+# F4 opens the list; its last entry is actual pixels, 100 % at 96 dpi.
+xdotool mousemove $((bx + 230)) $mid click 1
+sleep 0.3
+xdotool key F4
+sleep 0.5
+for _ in $(seq 1 10); do xdotool key Down; done
+xdotool key Return
+zoom_is "100%" "100%"
+xdotool mousemove $((ox + 5)) $((oy + 7))
+status_has "X 5   Y 7"
 xdotool windowfocus --sync "$main"
 xdotool key m
 sleep 0.3

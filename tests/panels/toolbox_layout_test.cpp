@@ -1,4 +1,5 @@
 #include "panels/toolbox_layout.h"
+#include "panels/toolbar_layout.h"
 
 #include <gtest/gtest.h>
 
@@ -42,10 +43,14 @@ TEST(ToolboxLayout, EveryToolHasItsOwnButtonAndClicksFindIt) {
   }
 }
 
-TEST(ToolboxGlyphs, EveryIconIsWellFormedOnItsGrid) {
+TEST(Glyphs, EveryToolAndToolbarIconIsWellFormedOnItsGrid) {
   using K = GlyphStroke::Kind;
-  for (int32_t id = 0; id < kToolCount; ++id) {
-    const std::vector<GlyphStroke> strokes = ToolGlyph(id);
+  std::vector<std::vector<GlyphStroke>> icons;
+  for (int32_t id = 0; id < kToolCount; ++id) icons.push_back(ToolGlyph(id));
+  for (const ToolbarItem& item : ToolbarItems())
+    if (item.kind == ToolbarItem::Kind::Button) icons.push_back(ParseGlyph(item.glyph));
+  for (std::size_t id = 0; id < icons.size(); ++id) {
+    const std::vector<GlyphStroke>& strokes = icons[id];
     ASSERT_FALSE(strokes.empty()) << id;
     for (const GlyphStroke& s : strokes) {
       const std::size_t n = s.points.size();
