@@ -17,6 +17,7 @@
 #include "platform/dpi_win32.h"
 #include "platform/message_box_win32.h"
 #include "platform/modal_win32.h"
+#include "platform/theme_win32.h"
 
 namespace tavora {
 namespace {
@@ -347,6 +348,7 @@ LRESULT CALLBACK BarProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
                                       CW_USEDEFAULT, CW_USEDEFAULT, CW_USEDEFAULT, CW_USEDEFAULT, hwnd, nullptr,
                                       reinterpret_cast<CREATESTRUCTW*>(lp)->hInstance, nullptr);
       if (g_bar.tooltip) SendMessageW(g_bar.tooltip, TTM_SETMAXTIPWIDTH, 0, Dip(hwnd, 480));
+      SetTooltipTheme(g_bar.tooltip, g_bar.dark);
       return 0;
     case WM_DESTROY:
       if (g_bar.tooltip) DestroyWindow(g_bar.tooltip);
@@ -472,6 +474,7 @@ void SetTabsBarDocuments(HWND bar, std::span<const std::unique_ptr<Document>> do
 void SetTabsBarTheme(HWND bar, bool dark) {
   if (!bar) return;
   g_bar.dark = dark;
+  SetTooltipTheme(g_bar.tooltip, dark);
   InvalidateRect(bar, nullptr, FALSE);
 }
 

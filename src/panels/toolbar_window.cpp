@@ -14,6 +14,7 @@
 #include "panels/toolbar_layout.h"
 #include "platform/buffered_paint_win32.h"
 #include "platform/dpi_win32.h"
+#include "platform/theme_win32.h"
 #include "tools/canvas.h"
 
 namespace tavora {
@@ -227,6 +228,7 @@ LRESULT CALLBACK ToolbarProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
       MakeBrushes();
       g_bar.tips = CreateWindowExW(WS_EX_TOPMOST, TOOLTIPS_CLASSW, nullptr, WS_POPUP | TTS_ALWAYSTIP | TTS_NOPREFIX,
                                    0, 0, 0, 0, hwnd, nullptr, nullptr, nullptr);
+      SetTooltipTheme(g_bar.tips, g_bar.dark);
       g_bar.combo = CreateWindowExW(0, L"COMBOBOX", L"",
                                     WS_CHILD | WS_VISIBLE | WS_TABSTOP | WS_VSCROLL | CBS_DROPDOWN | CBS_AUTOHSCROLL,
                                     0, 0, 10, 10, hwnd, reinterpret_cast<HMENU>(static_cast<INT_PTR>(kComboId)),
@@ -355,6 +357,7 @@ int ToolbarHeight(UINT dpi) { return ComputeToolbarLayout(dpi / 96.0).height; }
 void SetToolbarTheme(HWND bar, bool dark) {
   if (!bar) return;
   g_bar.dark = dark;
+  SetTooltipTheme(g_bar.tips, dark);
   MakeBrushes();
   InvalidateRect(bar, nullptr, TRUE);
   if (g_bar.combo) InvalidateRect(g_bar.combo, nullptr, TRUE);

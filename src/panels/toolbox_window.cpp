@@ -11,9 +11,10 @@
 #include "panels/toolbox.h"
 #include "panels/glyph_win32.h"
 #include "panels/toolbox_layout.h"
-#include "platform/dialog_win32.h"
 #include "platform/buffered_paint_win32.h"
+#include "platform/dialog_win32.h"
 #include "platform/dpi_win32.h"
+#include "platform/theme_win32.h"
 
 namespace tavora {
 namespace {
@@ -177,6 +178,7 @@ LRESULT CALLBACK ToolboxProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
       g_box.tips = CreateWindowExW(WS_EX_TOPMOST, TOOLTIPS_CLASSW, nullptr, WS_POPUP | TTS_ALWAYSTIP,
                                    0, 0, 0, 0, hwnd, nullptr, nullptr, nullptr);
       g_box.tipsDpi = 0;
+      SetTooltipTheme(g_box.tips, g_box.dark);
       UpdateTips(hwnd);
       return 0;
     case WM_PAINT:
@@ -239,6 +241,7 @@ int ToolboxWidth(UINT dpi, int height) { return ComputeToolboxLayout(dpi / 96.0,
 
 void SetToolboxTheme(HWND toolbox, bool dark) {
   g_box.dark = dark;
+  SetTooltipTheme(g_box.tips, dark);
   InvalidateRect(toolbox, nullptr, FALSE);
 }
 

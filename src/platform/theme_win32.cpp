@@ -138,6 +138,13 @@ void SetControlDarkMode(HWND control, bool dark) {
   SetControlTheme(control, dark ? L"DarkMode_Explorer" : nullptr, nullptr);
 }
 
+void SetTooltipTheme(HWND tips, bool dark) {
+  if (!tips) return;
+  SetControlTheme(tips, dark ? L"" : nullptr, dark ? L"" : nullptr);
+  SendMessageW(tips, TTM_SETTIPBKCOLOR, dark ? RGB(0x2B, 0x2C, 0x30) : GetSysColor(COLOR_INFOBK), 0);
+  SendMessageW(tips, TTM_SETTIPTEXTCOLOR, dark ? RGB(0xE6, 0xE7, 0xEA) : GetSysColor(COLOR_INFOTEXT), 0);
+}
+
 DWORD PushButtonStyle(bool isDefault) {
   if (g_theme.dark) return BS_OWNERDRAW;
   return isDefault ? BS_DEFPUSHBUTTON : BS_PUSHBUTTON;

@@ -45,6 +45,10 @@ void ThemeDialog(HWND dialog);
 // for it, the system's own look otherwise.
 void SetControlDarkMode(HWND control, bool dark);
 
+// A tooltip window in the theme's colours: dark ones drop the system's
+// visual style, which would ignore them.
+void SetTooltipTheme(HWND tips, bool dark);
+
 // Push buttons are owner-drawn in the dark theme: the system draws them
 // light whatever colours it is given. The style for a new button.
 DWORD PushButtonStyle(bool isDefault);
