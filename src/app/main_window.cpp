@@ -103,6 +103,7 @@ struct Shell {
   HWND toolbox = nullptr;
   HWND optionsBar = nullptr;
   HWND toolbar = nullptr;
+  ShellState toolbarState;  // what the toolbar's buttons were last offered by
   HWND tabs = nullptr;
   HWND status = nullptr;
   ToolSettings tools;
@@ -170,6 +171,7 @@ void SetItemText(int32_t id, const std::u16string& text) {
 ShellState CurrentState() {
   ShellState s;
   s.browseOpen = g.browseOpen;
+  s.modalToolOperation = g.input.TransformInProgress();
   if (Document* doc = ActiveDocument()) {
     s.documentOpen = true;
     s.canUndo = doc->history.current > 0 || doc->pendingStroke;
@@ -235,7 +237,7 @@ void RefreshMenus() {
                     static_cast<UINT_PTR>(item.id), Wide(item.text).c_str());
       }
     }
-    const bool enabled = (!g.documents.empty() || g.browseOpen);
+    const bool enabled = (!g.documents.empty() || g.browseOpen) && !state.modalToolOperation;
     if (enabled != g.tabsMenuEnabled) {
       g.tabsMenuEnabled = enabled;
       EnableMenuItem(g.menuBar, static_cast<UINT>(g.tabsMenuPosition),
@@ -245,6 +247,7 @@ void RefreshMenus() {
   }
   // The toolbar, the tabs bar and the status bar follow every change the
   // menus do.
+  g.toolbarState = state;
   RefreshToolbar(g.toolbar);
   SetTabsBarDocuments(g.tabs, g.documents, g.activeTab, g.browseOpen);
   RefreshStatusBar(g.status);
@@ -930,7 +933,7 @@ bool OpenFromBrowse(const std::filesystem::path& path) {
 
 // The toolbar's buttons are menu commands, offered when the menus offer them.
 void CommandFromToolbar(int32_t id) { SendMessageW(g.main, WM_COMMAND, static_cast<WPARAM>(id), 0); }
-bool ToolbarCommandAvailable(int32_t id) { return CommandAvailable(id, CurrentState()); }
+bool ToolbarCommandAvailable(int32_t id) { return CommandAvailable(id, g.toolbarState); }
 
 void RunCommand(int32_t id) {
   if (id >= kCmdRecentFirst && id < kCmdRecentFirst + RecentFiles::kMax) {
@@ -1334,6 +1337,14 @@ LRESULT CALLBACK MainProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
         g.splash = nullptr;
       }
       return 0;
+    case WM_GETMINMAXINFO: {
+      // Small enough for any screen, large enough that the bars and panels
+      // keep their controls in view.
+      auto* info = reinterpret_cast<MINMAXINFO*>(lp);
+      info->ptMinTrackSize = {MulDiv(720, static_cast<int>(g.dpi ? g.dpi : 96), 96),
+                              MulDiv(480, static_cast<int>(g.dpi ? g.dpi : 96), 96)};
+      return 0;
+    }
     case WM_DPICHANGED: {
       g.dpi = HIWORD(wp);
       g.scale = g.dpi / 96.0;
@@ -1498,7 +1509,7 @@ int RunTavora(HINSTANCE instance, int showFlag) {
   g.toolbox = CreateToolbox(g.main, instance, &g.tools, {&SelectTool, &ColorsChanged});
   g.optionsBar = CreateOptionsBar(g.main, instance, &g.tools, &OptionChanged);
   SetOptionsBarFinish(&FinishToolFromBar);
-  g.toolbar = CreateToolbar(g.main, instance, g.canvas, {&CommandFromToolbar, &ToolbarCommandAvailable});
+  g.toolbar = CreateToolbar(g.main, instance, g.canvas, {&CommandFromToolbar, &ToolbarCommandAvailable, &RefreshMenus});
   SetToolbarTheme(g.toolbar, g.dark);
   g.tabs = CreateTabsBar(g.main, instance, {&ActivateFromTabsBar, &CloseFromTabsBar, &ReorderFromTabsBar});
   g.status = CreateStatusBar(g.main, instance, g.canvas);

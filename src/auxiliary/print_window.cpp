@@ -664,6 +664,7 @@ void RunPrintWindow(HWND owner, Document& doc) {
     HWND c = CreateControl(s.window, L"ComboBox", L"", CBS_DROPDOWNLIST | WS_VSCROLL | WS_TABSTOP, field, y, fieldW, S(200),
                      id, font);
     for (const wchar_t* item : items) SendMessageW(c, CB_ADDSTRING, 0, reinterpret_cast<LPARAM>(item));
+    FitDroppedWidth(c);
     return c;
   };
 

@@ -543,6 +543,15 @@ LRESULT TreeNotify(const NMHDR& header) {
 
 // ---------------------------------------------------------------- preview
 
+// A short note in the middle of a box, wrapped when the box is narrow.
+void DrawNote(HDC dc, const wchar_t* text, const RECT& box) {
+  RECT measured = box;
+  DrawTextW(dc, text, -1, &measured, DT_CENTER | DT_WORDBREAK | DT_CALCRECT);
+  RECT r = box;
+  r.top += std::max<LONG>(0, (box.bottom - box.top - (measured.bottom - measured.top)) / 2);
+  DrawTextW(dc, text, -1, &r, DT_CENTER | DT_WORDBREAK);
+}
+
 void PaintPreview(HWND hwnd) {
   BufferedPaint paint(hwnd);
   const HDC dc = paint.Dc();
@@ -556,13 +565,13 @@ void PaintPreview(HWND hwnd) {
   const std::filesystem::path& wanted = g_browse.request.preview;
   if (wanted.empty() && !g_browse.entries.empty()) {
     SetTextColor(dc, DimText());
-    DrawTextW(dc, L"Select a picture to see it here.", -1, &box, DT_CENTER | DT_VCENTER | DT_SINGLELINE);
+    DrawNote(dc, L"Select a picture to see it here.", box);
   }
   if (!wanted.empty()) {
     std::wstring lines = wanted.filename().wstring() + L"\n";
     SetTextColor(dc, DimText());
     if (!g_browse.shownPreview) {
-      DrawTextW(dc, L"Loading\u2026", -1, &box, DT_CENTER | DT_VCENTER | DT_SINGLELINE);
+      DrawNote(dc, L"Loading\u2026", box);
     } else if (g_browse.shownPreview->pixels.Empty()) {
       DrawTextW(dc, L"This file could not be read.", -1, &box, DT_CENTER | DT_VCENTER | DT_SINGLELINE);
     } else {

@@ -42,6 +42,7 @@ void Push(Document& doc, HistoryState state) {
     h.bytes -= h.states[i].bytes;
   h.states.erase(h.states.begin() + h.current, h.states.end());
   h.bytes += state.bytes;
+  state.colorCount = doc.colorCount;
   h.states.push_back(std::move(state));
   h.current = static_cast<int32_t>(h.states.size());
   doc.modified = true;
@@ -69,6 +70,11 @@ void SwapSelection(Document& doc, HistoryState& s) {
 }
 
 void Exchange(Document& doc, HistoryState& s) {
+  // Whole-document records carry the count in their snapshot.
+  if (s.kind != HistoryKind::WholeDocument && s.colorCount != doc.colorCount) {
+    std::swap(doc.colorCount, s.colorCount);
+    NotifySizeChanged(doc);
+  }
   switch (s.kind) {
     case HistoryKind::OneLayer: {
       if (s.layerIndex < 0 || s.layerIndex >= doc.LayerCount() || !s.layer) return;

@@ -47,6 +47,9 @@ struct HistoryState {
   bool selectionSaved = false;
   std::optional<SelectionMask> selection;
   Rect selectionBounds;
+  // The document's colour count as it was: Color Depth changes it beside the
+  // pixels it records, and a save after undo must not keep the palette.
+  int32_t colorCount = 0;
   uint64_t bytes = 0;
 };
 

@@ -11,6 +11,8 @@ void DrawGlyph(HDC dc, const Rect& button, const std::vector<GlyphStroke>& strok
   const auto X = [&](int32_t v) { return static_cast<int>(std::lround(ox + v * unit)); };
   const auto Y = [&](int32_t v) { return static_cast<int>(std::lround(oy + v * unit)); };
   HBRUSH fill = CreateSolidBrush(color);
+  // Dashed outlines keep their gaps: the button shows through.
+  const int oldMode = SetBkMode(dc, TRANSPARENT);
   for (const GlyphStroke& s : strokes) {
     const int width = std::max(1, static_cast<int>(std::lround(s.width * unit * 0.9)));
     LOGBRUSH solid{BS_SOLID, color, 0};
@@ -39,6 +41,7 @@ void DrawGlyph(HDC dc, const Rect& button, const std::vector<GlyphStroke>& strok
     DeleteObject(pen);
   }
   DeleteObject(fill);
+  SetBkMode(dc, oldMode);
 }
 
 }  // namespace tavora

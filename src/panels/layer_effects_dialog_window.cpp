@@ -368,6 +368,7 @@ bool RunLayerEffectsDialog(HWND owner, Document& doc, int32_t layerIndex, void (
                     kBlendId, font);
   for (int32_t m = 0; m < kBlendModeCount; ++m)
     SendMessageW(d.blend, CB_ADDSTRING, 0, reinterpret_cast<LPARAM>(Wide(BlendModeName(m)).c_str()));
+  FitDroppedWidth(d.blend);
   SendMessageW(d.blend, CB_SETCURSEL, std::clamp(d.values.blendMode, 0, kBlendModeCount - 1), 0);
   CreateControl(w, L"Static", L"Opacity:", SS_LEFT, S(14), S(49), S(62), S(20), -1, font);
   d.opacityEdit = CreateControl(w, L"Edit", std::to_wstring(d.values.opacity), ES_AUTOHSCROLL | WS_TABSTOP, S(80), S(46),
@@ -441,6 +442,7 @@ bool RunLayerEffectsDialog(HWND owner, Document& doc, int32_t layerIndex, void (
                           id + kFieldPart, font);
         for (const EffectChoice& choice : p.choices)
           SendMessageW(c.field, CB_ADDSTRING, 0, reinterpret_cast<LPARAM>(Wide(choice.label).c_str()));
+        FitDroppedWidth(c.field);
         SendMessageW(c.field, CB_SETCURSEL, std::clamp(value, p.minimum, p.maximum), 0);
         break;
       case ParamType::Switch:

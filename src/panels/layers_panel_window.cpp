@@ -17,6 +17,7 @@
 #include "platform/dialog_win32.h"
 #include "platform/dpi_win32.h"
 #include "platform/modal_win32.h"
+#include "platform/theme_win32.h"
 
 namespace tavora {
 namespace {
@@ -48,6 +49,10 @@ int32_t LayerAt(HWND hwnd, int y) {
   const int32_t index = g_layers.doc->LayerCount() - 1 - row;
   return index >= 0 && row < g_layers.doc->LayerCount() ? index : -1;
 }
+
+// The canvas takes the keys again once a button, the list or the slider has
+// done its work, so tool keys and Space do not press or change them again.
+void BackToCanvas(HWND panel) { SetFocus(GetAncestor(panel, GA_ROOT)); }
 
 void Changed(Document& doc, int32_t layer) {
   Invalidate(doc, layer, doc.Bounds());
@@ -119,9 +124,11 @@ void Paint(HWND hwnd) {
       SetTextColor(dc, layer.visible ? text : dim);
       const std::wstring label(layer.Name().begin(), layer.Name().end());
       DrawTextW(dc, label.c_str(), -1, &name, DT_SINGLELINE | DT_VCENTER | DT_NOPREFIX | DT_END_ELLIPSIS);
-      RECT fx{line.right - S(hwnd, 30), line.top, line.right - S(hwnd, 6), line.bottom};
-      SetTextColor(dc, layer.effectsHidden ? dim : text);
-      DrawTextW(dc, L"fx", -1, &fx, DT_SINGLELINE | DT_VCENTER | DT_CENTER);
+      if (AnyEffectOn(layer)) {
+        RECT fx{line.right - S(hwnd, 30), line.top, line.right - S(hwnd, 6), line.bottom};
+        SetTextColor(dc, layer.effectsHidden ? dim : text);
+        DrawTextW(dc, L"fx", -1, &fx, DT_SINGLELINE | DT_VCENTER | DT_CENTER);
+      }
     }
   }
   SelectObject(dc, oldFont);
@@ -148,6 +155,7 @@ void Layout(HWND hwnd) {
   const int half = (r.right - r.left - 3 * pad) / 2;
   MoveWindow(g_layers.opacity, pad, top, half, S(hwnd, 26), TRUE);
   MoveWindow(g_layers.blend, 2 * pad + half, top, half, S(hwnd, 200), TRUE);
+  FitDroppedWidth(g_layers.blend);
   const int bw = (r.right - r.left - 4 * pad) / 3, by = r.bottom - S(hwnd, kButtonsDip) + S(hwnd, 4);
   for (int i = 0; i < 3; ++i)
     MoveWindow(g_layers.buttons[i], pad + i * (bw + pad), by, bw, S(hwnd, 26), TRUE);
@@ -177,7 +185,7 @@ LRESULT CALLBACK PanelProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
         Changed(doc, index);
         return 0;
       }
-      if (x > r.right - S(hwnd, 34)) {  // fx
+      if (x > r.right - S(hwnd, 34) && AnyEffectOn(doc.layers[index])) {  // fx
         PushLayer(doc, index, u"Layer Effects");
         doc.layers[index].effectsHidden = !doc.layers[index].effectsHidden;
         Changed(doc, index);
@@ -252,6 +260,16 @@ LRESULT CALLBACK PanelProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
       if (index >= 0 && GET_X_LPARAM(lp) >= S(hwnd, 26)) Rename(hwnd, index);
       return 0;
     }
+    case WM_DRAWITEM:
+      DrawPushButton(*reinterpret_cast<const DRAWITEMSTRUCT*>(lp), false);
+      return TRUE;
+    case WM_NOTIFY:
+      return DrawSliderPart(*reinterpret_cast<const NMHDR*>(lp));
+    case WM_CTLCOLORSTATIC:
+    case WM_CTLCOLOREDIT:
+    case WM_CTLCOLORLISTBOX:
+      if (HBRUSH brush = DialogControlColor(msg, wp)) return reinterpret_cast<LRESULT>(brush);
+      break;
     case WM_HSCROLL: {
       Document* doc = g_layers.doc;
       Layer* active = doc ? ActiveLayer(doc) : nullptr;
@@ -267,15 +285,24 @@ LRESULT CALLBACK PanelProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
       } else if (LOWORD(wp) == TB_ENDTRACK) {
         g_layers.opacityDragging = false;
       }
+      if (LOWORD(wp) == TB_ENDTRACK) BackToCanvas(hwnd);
       return 0;
     }
     case WM_COMMAND: {
       HWND main = GetAncestor(hwnd, GA_ROOT);
       switch (LOWORD(wp)) {
-        case kNewId: SendMessageW(main, WM_COMMAND, kCmdNewLayer, 0); return 0;
-        case kDuplicateId: SendMessageW(main, WM_COMMAND, kCmdDuplicateLayer, 0); return 0;
-        case kDeleteId: SendMessageW(main, WM_COMMAND, kCmdDeleteLayer, 0); return 0;
+        case kNewId:
+        case kDuplicateId:
+        case kDeleteId: {
+          const int32_t command = LOWORD(wp) == kNewId         ? kCmdNewLayer
+                                  : LOWORD(wp) == kDuplicateId ? kCmdDuplicateLayer
+                                                               : kCmdDeleteLayer;
+          BackToCanvas(hwnd);
+          SendMessageW(main, WM_COMMAND, static_cast<WPARAM>(command), 0);
+          return 0;
+        }
         case kBlendId:
+          if (HIWORD(wp) == CBN_CLOSEUP) BackToCanvas(hwnd);
           if (HIWORD(wp) == CBN_SELCHANGE && g_layers.doc && ActiveLayer(g_layers.doc)) {
             Document& doc = *g_layers.doc;
             const int32_t mode = static_cast<int32_t>(SendMessageW(g_layers.blend, CB_GETCURSEL, 0, 0));
@@ -343,6 +370,17 @@ void SetLayersPanelDocument(HWND panel, Document* doc) {
 
 void SetLayersPanelTheme(HWND panel, bool dark) {
   g_layers.dark = dark;
+  // The system draws push buttons light whatever their colours: in the dark
+  // theme the panel draws them itself.
+  for (HWND b : g_layers.buttons) {
+    if (!b) continue;
+    const LONG_PTR style = GetWindowLongPtrW(b, GWL_STYLE) & ~LONG_PTR{BS_TYPEMASK};
+    SetWindowLongPtrW(b, GWL_STYLE, style | static_cast<LONG_PTR>(PushButtonStyle(false)));
+    InvalidateRect(b, nullptr, TRUE);
+  }
+  SetControlDarkMode(g_layers.blend, dark);
+  for (HWND c : {g_layers.opacity, g_layers.blend})
+    if (c) InvalidateRect(c, nullptr, TRUE);
   InvalidateRect(panel, nullptr, FALSE);
 }
 

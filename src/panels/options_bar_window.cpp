@@ -11,6 +11,7 @@
 
 #include "panels/options_bar.h"
 #include "platform/dpi_win32.h"
+#include "platform/theme_win32.h"
 
 namespace tavora {
 namespace {
@@ -177,7 +178,7 @@ void Build(HWND bar) {
   if (HasPendingWork(tool)) {
     for (const auto& [text, buttonId] : {std::pair{L"Apply", kApplyId}, std::pair{L"Cancel", kCancelId}}) {
       const int width = TextWidth(bar, g_bar.font, text) + S(bar, 24);
-      Child(bar, L"BUTTON", text, BS_PUSHBUTTON, x, width, buttonId, g_bar.font);
+      Child(bar, L"BUTTON", text, PushButtonStyle(false), x, width, buttonId, g_bar.font);
       x += width + S(bar, 6);
     }
   }
@@ -264,6 +265,9 @@ LRESULT CALLBACK BarProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
     case WM_COMMAND:
       OnCommand(hwnd, LOWORD(wp), HIWORD(wp), reinterpret_cast<HWND>(lp));
       return 0;
+    case WM_DRAWITEM:  // Apply and Cancel in the dark theme
+      DrawPushButton(*reinterpret_cast<const DRAWITEMSTRUCT*>(lp), false);
+      return TRUE;
     case WM_CTLCOLORSTATIC:
     case WM_CTLCOLORBTN: {
       HDC dc = reinterpret_cast<HDC>(wp);
@@ -320,6 +324,8 @@ int OptionsBarHeight(UINT dpi) { return MulDiv(kHeightDip, static_cast<int>(dpi)
 void SetOptionsBarTheme(HWND bar, bool dark) {
   g_bar.dark = dark;
   MakeBrushes();
+  // Push buttons are made in the theme's style.
+  if (g_bar.tools && bar) Build(bar);
   InvalidateRect(bar, nullptr, TRUE);
   for (HWND child : g_bar.children) InvalidateRect(child, nullptr, TRUE);
 }

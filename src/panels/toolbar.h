@@ -12,6 +12,9 @@ namespace tavora {
 struct ToolbarEvents {
   void (*command)(int32_t id) = nullptr;    // issues a menu command
   bool (*available)(int32_t id) = nullptr;  // whether the menus offer it now
+  // Asks for the menus' refresh (which refreshes the toolbar): the pointer
+  // came onto the toolbar, and a tool may have changed what is offered.
+  void (*refresh)() = nullptr;
 };
 
 void RegisterToolbarClass(HINSTANCE instance);

@@ -12,7 +12,7 @@ namespace {
 using K = ToolbarItem::Kind;
 constexpr ToolbarItem kItems[] = {
     {K::Button, kCmdNew, u"New image (Ctrl+N)", u"C 3,1 10,1 13,4 13,15 3,15; L 10,1 10,4 13,4"},
-    {K::Button, kCmdOpen, u"Open (Ctrl+O)", u"C 1,3 6,3 8,5 15,5 15,14 1,14; L 1,7 15,7"},
+    {K::Button, kCmdOpen, u"Open image (Ctrl+O)", u"C 1,3 6,3 8,5 15,5 15,14 1,14; L 1,7 15,7"},
     {K::Button, kCmdSave, u"Save (Ctrl+S)", u"C 2,2 12,2 14,4 14,14 2,14; B 5,2 11,6; B 4,9 12,14"},
     {K::Separator},
     {K::Button, kCmdUndo, u"Undo (Ctrl+Z)", u"L 2,6 10,6 13,9 10,12 5,12; L 2,6 5,3; L 2,6 5,9"},

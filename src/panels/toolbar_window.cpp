@@ -13,6 +13,7 @@
 #include "panels/toolbar.h"
 #include "panels/toolbar_layout.h"
 #include "platform/buffered_paint_win32.h"
+#include "platform/dialog_win32.h"
 #include "platform/dpi_win32.h"
 #include "platform/theme_win32.h"
 #include "tools/canvas.h"
@@ -28,6 +29,8 @@ struct BarState {
   ToolbarEvents events;
   bool dark = true;
   int32_t hover = -1, pressed = -1;  // item indices
+  bool tracking = false;              // the pointer is over the toolbar
+  bool edited = false;                // the zoom box holds typed text
   bool enabled[kMaxItems] = {};
   HWND tips = nullptr, combo = nullptr;
   UINT builtDpi = 0;
@@ -108,20 +111,7 @@ void Build(HWND hwnd) {
     SendMessageW(g_bar.combo, WM_SETFONT, reinterpret_cast<WPARAM>(g_bar.font), FALSE);
     SetWindowPos(g_bar.combo, nullptr, box.x0, box.y0, box.Width(), MulDiv(300, static_cast<int>(dpi), 96),
                  SWP_NOZORDER | SWP_NOACTIVATE);
-    // The list is as wide as its longest entry, even where the box is not.
-    HDC dc = GetDC(hwnd);
-    HGDIOBJ old = SelectObject(dc, g_bar.font);
-    int widest = 0;
-    for (std::u16string_view choice : ZoomChoices()) {
-      const std::wstring text = Wide(choice);
-      SIZE size{};
-      GetTextExtentPoint32W(dc, text.c_str(), static_cast<int>(text.size()), &size);
-      widest = std::max(widest, static_cast<int>(size.cx));
-    }
-    SelectObject(dc, old);
-    ReleaseDC(hwnd, dc);
-    SendMessageW(g_bar.combo, CB_SETDROPPEDWIDTH, std::max(box.Width(), widest + MulDiv(12, static_cast<int>(dpi), 96)),
-                 0);
+    FitDroppedWidth(g_bar.combo);
   }
   if (!g_bar.tips) return;
   static std::wstring texts[kMaxItems];
@@ -141,23 +131,23 @@ void Build(HWND hwnd) {
   }
 }
 
-// The zoom box shows the zoom of the document in view, unless someone is
-// typing in it.
+// The zoom box shows the zoom of the document in view, unless something
+// has been typed in it and not yet entered.
 void ShowZoom() {
   if (!g_bar.combo) return;
   const Document* doc = g_bar.canvas ? CanvasDocument(g_bar.canvas) : nullptr;
   const std::wstring text = doc ? Wide(ZoomPercentText(doc->zoom)) : L"";
-  HWND focus = GetFocus();
-  const bool typing = focus && (focus == g_bar.combo || IsChild(g_bar.combo, focus));
-  if (text == g_bar.zoomText && !typing) return;
+  if (g_bar.edited) return;
+  if (text == g_bar.zoomText) return;
   g_bar.zoomText = text;
-  if (!typing) SetWindowTextW(g_bar.combo, text.c_str());
+  SetWindowTextW(g_bar.combo, text.c_str());
 }
 
 void ViewChanged(void*) { ShowZoom(); }
 
 void ApplyChoice(HWND bar, std::size_t index) {
   const ZoomChoice choice = ZoomChoiceAt(index);
+  g_bar.edited = false;
   BackToCanvas(bar);
   switch (choice.kind) {
     case ZoomChoice::Kind::Fit:
@@ -199,6 +189,7 @@ LRESULT CALLBACK ZoomEditKeys(HWND edit, UINT msg, WPARAM wp, LPARAM lp, UINT_PT
       const auto zoom = wp == VK_RETURN ? ParseZoomPercent(typed) : std::nullopt;
       BackToCanvas(bar);
       if (zoom) SetCanvasZoom(g_bar.canvas, *zoom);
+      g_bar.edited = false;
       g_bar.zoomText.clear();
       ShowZoom();
     }
@@ -215,11 +206,15 @@ void MakeBrushes() {
 }
 
 void Track(HWND hwnd, int32_t hover) {
+  if (!g_bar.tracking) {
+    g_bar.tracking = true;
+    TRACKMOUSEEVENT track{sizeof track, TME_LEAVE, hwnd, 0};
+    TrackMouseEvent(&track);
+    if (g_bar.events.refresh) g_bar.events.refresh();
+  }
   if (hover == g_bar.hover) return;
   g_bar.hover = hover;
   InvalidateRect(hwnd, nullptr, FALSE);
-  TRACKMOUSEEVENT track{sizeof track, TME_LEAVE, hwnd, 0};
-  TrackMouseEvent(&track);
 }
 
 LRESULT CALLBACK ToolbarProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
@@ -245,6 +240,7 @@ LRESULT CALLBACK ToolbarProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
       return 0;
     case WM_APP:
       SendMessageW(g_bar.combo, CB_SETCURSEL, static_cast<WPARAM>(-1), 0);
+      g_bar.edited = false;
       g_bar.zoomText.clear();
       ShowZoom();
       return 0;
@@ -284,6 +280,7 @@ LRESULT CALLBACK ToolbarProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
       Track(hwnd, HitToolbar(LayoutOf(hwnd), GET_X_LPARAM(lp), GET_Y_LPARAM(lp)));
       return 0;
     case WM_MOUSELEAVE:
+      g_bar.tracking = false;
       g_bar.hover = -1;
       InvalidateRect(hwnd, nullptr, FALSE);
       return 0;
@@ -292,8 +289,10 @@ LRESULT CALLBACK ToolbarProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
         const LRESULT index = SendMessageW(g_bar.combo, CB_GETCURSEL, 0, 0);
         if (index >= 0) ApplyChoice(hwnd, static_cast<std::size_t>(index));
       }
+      if (LOWORD(wp) == kComboId && HIWORD(wp) == CBN_EDITCHANGE) g_bar.edited = true;
       if (LOWORD(wp) == kComboId && HIWORD(wp) == CBN_KILLFOCUS) {
-        g_bar.zoomText.clear();  // an unfinished typed value gives way to the zoom
+        g_bar.edited = false;  // an unfinished typed value gives way to the zoom
+        g_bar.zoomText.clear();
         ShowZoom();
       }
       return 0;
@@ -311,13 +310,8 @@ LRESULT CALLBACK ToolbarProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
     case WM_GETTEXT: {
       wchar_t text[64] = {};
       if (g_bar.combo) GetWindowTextW(g_bar.combo, text, 64);
-      const std::size_t length = std::wcslen(text);
-      if (msg == WM_GETTEXTLENGTH) return static_cast<LRESULT>(length);
-      if (wp == 0) return 0;
-      const std::size_t n = std::min<std::size_t>(length, static_cast<std::size_t>(wp) - 1);
-      std::copy(text, text + n, reinterpret_cast<wchar_t*>(lp));
-      reinterpret_cast<wchar_t*>(lp)[n] = 0;
-      return static_cast<LRESULT>(n);
+      if (msg == WM_GETTEXTLENGTH) return static_cast<LRESULT>(std::wcslen(text));
+      return AnswerGetText(text, wp, lp);
     }
     case WM_DESTROY:
       if (g_bar.canvas) RemoveCanvasViewListener(g_bar.canvas, hwnd);

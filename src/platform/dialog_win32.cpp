@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "platform/dpi_win32.h"
 #include "platform/message_box_win32.h"
 #include "platform/modal_win32.h"
 #include "platform/theme_win32.h"
@@ -119,6 +120,7 @@ INT_PTR CALLBACK DialogProc(HWND dlg, UINT msg, WPARAM wp, LPARAM lp) {
         }
         for (const std::wstring& c : f.choices)
           SendMessageW(control, CB_ADDSTRING, 0, reinterpret_cast<LPARAM>(c.c_str()));
+        FitDroppedWidth(control);
         LRESULT chosen = SendMessageW(control, CB_FINDSTRINGEXACT, static_cast<WPARAM>(-1),
                                       reinterpret_cast<LPARAM>(f.value.c_str()));
         SendMessageW(control, CB_SETCURSEL, chosen == CB_ERR ? 0 : chosen, 0);
@@ -268,6 +270,30 @@ HWND CreateControl(HWND parent, const wchar_t* cls, const std::wstring& text, DW
                            reinterpret_cast<HMENU>(static_cast<INT_PTR>(id)), GetModuleHandleW(nullptr), nullptr);
   SendMessageW(c, WM_SETFONT, reinterpret_cast<WPARAM>(font), TRUE);
   return c;
+}
+
+void FitDroppedWidth(HWND combo) {
+  if (!combo) return;
+  HDC dc = GetDC(combo);
+  HGDIOBJ old = SelectObject(dc, reinterpret_cast<HFONT>(SendMessageW(combo, WM_GETFONT, 0, 0)));
+  int widest = 0;
+  const LRESULT count = SendMessageW(combo, CB_GETCOUNT, 0, 0);
+  for (LRESULT i = 0; i < count; ++i) {
+    const LRESULT length = SendMessageW(combo, CB_GETLBTEXTLEN, static_cast<WPARAM>(i), 0);
+    if (length <= 0) continue;
+    std::wstring text(static_cast<std::size_t>(length) + 1, L'\0');
+    SendMessageW(combo, CB_GETLBTEXT, static_cast<WPARAM>(i), reinterpret_cast<LPARAM>(text.data()));
+    SIZE size{};
+    GetTextExtentPoint32W(dc, text.c_str(), static_cast<int>(length), &size);
+    widest = std::max(widest, static_cast<int>(size.cx));
+  }
+  SelectObject(dc, old);
+  ReleaseDC(combo, dc);
+  RECT box;
+  GetWindowRect(combo, &box);
+  // Room for the list's scroll bar and the item margins.
+  const int extra = GetSystemMetrics(SM_CXVSCROLL) + MulDiv(10, static_cast<int>(WindowDpi(combo)), 96);
+  SendMessageW(combo, CB_SETDROPPEDWIDTH, static_cast<WPARAM>(std::max<int>(box.right - box.left, widest + extra)), 0);
 }
 
 LRESULT AnswerGetText(const std::wstring& text, WPARAM size, LPARAM buffer) {

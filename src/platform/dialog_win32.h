@@ -40,6 +40,9 @@ bool ChooseColorDialog(HWND owner, uint32_t& color);
 // sunken edge.
 HWND CreateControl(HWND parent, const wchar_t* cls, const std::wstring& text, DWORD style, int x, int y, int w, int h,
                    int id, HFONT font);
+// Makes a combo box's open list as wide as its longest entry (in the box's
+// font), never narrower than the box: call it after filling the list.
+void FitDroppedWidth(HWND combo);
 // The answer to WM_GETTEXT for windows that work their text out when asked
 // (panels read by tests and screen readers): copies `text` into the buffer.
 LRESULT AnswerGetText(const std::wstring& text, WPARAM size, LPARAM buffer);

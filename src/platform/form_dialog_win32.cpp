@@ -310,6 +310,7 @@ bool FormDialog::Run(HWND owner, const std::wstring& defaultLabel) {
                             width - fieldX - margin - S(16), S(240), r.id);
         for (const std::wstring& item : r.items)
           SendMessageW(r.control, CB_ADDSTRING, 0, reinterpret_cast<LPARAM>(item.c_str()));
+        FitDroppedWidth(r.control);
         SendMessageW(r.control, CB_SETCURSEL, static_cast<WPARAM>(r.selected), 0);
         break;
       }

@@ -620,6 +620,7 @@ bool RunEffectDialog(HWND owner, Document& doc, const EffectDef& def, uint32_t p
     d.choice = CreateControl(d.window, L"ComboBox", L"", CBS_DROPDOWNLIST | WS_TABSTOP | WS_VSCROLL, S(158), y,
                        S(150), S(200), kChoiceId, font);
     for (auto c : def.choices) SendMessageW(d.choice, CB_ADDSTRING, 0, reinterpret_cast<LPARAM>(Wide(c).c_str()));
+    FitDroppedWidth(d.choice);
     const int32_t last = static_cast<int32_t>(def.choices.size()) - 1;
     SendMessageW(d.choice, CB_SETCURSEL,
                  ParseRememberedIndex(AppSettings().GetString(section, Key(kChoiceId)), last).value_or(0), 0);

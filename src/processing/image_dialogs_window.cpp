@@ -44,6 +44,26 @@ struct Memory {
   }
 };
 
+// The width, height and percent boxes of a resize dialog, each following the
+// others over a base size. The box being typed in keeps its text (and its
+// caret): rewriting it would turn each keystroke back into the old value.
+struct SizeBoxes {
+  int width = 0, height = 0, percent = 0;
+  int32_t baseWidth = 0, baseHeight = 0;
+  SizeFields fields;
+
+  SizeField FieldOf(int id) const {
+    return id == width ? SizeField::Width : id == height ? SizeField::Height : SizeField::Percent;
+  }
+  bool Has(int id) const { return id == width || id == height || id == percent; }
+  void Follow(FormDialog& f, SizeField changed, double value, bool keep) {
+    fields = FollowSizeField(baseWidth, baseHeight, fields, changed, value, keep);
+    if (changed != SizeField::Width) f.SetNumber(width, fields.width, 0);
+    if (changed != SizeField::Height) f.SetNumber(height, fields.height, 0);
+    if (changed != SizeField::Percent) f.SetNumber(percent, fields.percent, 2);
+  }
+};
+
 }  // namespace
 
 bool RunResizeImageDialog(HWND owner, Document& doc) {
@@ -60,16 +80,14 @@ bool RunResizeImageDialog(HWND owner, Document& doc) {
   const int engine = form.AddChoice(L"Engine:", engines, static_cast<int>(o.engine));
   const int help = form.AddText(std::wstring(64, L' ') + L"\n ");
   const int scale = form.AddChoice(L"Scale:", presets, 0);
-  const int width = form.AddNumber(L"Width (px):", doc.width, 0);
-  const int height = form.AddNumber(L"Height (px):", doc.height, 0);
-  const int percent = form.AddNumber(L"Percent:", 100, 2);
+  SizeBoxes size{form.AddNumber(L"Width (px):", doc.width, 0), form.AddNumber(L"Height (px):", doc.height, 0),
+                 form.AddNumber(L"Percent:", 100, 2), doc.width, doc.height, {doc.width, doc.height, 100}};
   const int keep = form.AddCheck(L"Keep aspect ratio", true);
   const int sharpen = form.AddNumber(L"Sharpen after:", o.sharpen, 0);
   const int detail = form.AddNumber(L"Detail strength:", o.detail, 0);
   const int edge = form.AddNumber(L"Smooth hard edges:", o.edge, 0);
   const int denoise = form.AddCheck(L"Clean up noise and JPEG artifacts before enlarging", o.denoise);
   const int grain = form.AddNumber(L"Restore grain:", o.grain, 0);
-  SizeFields fields{doc.width, doc.height, 100};
   auto options = [&](FormDialog& f) {
     ResizeOptions r = o;
     r.method = static_cast<ResizeMethod>(f.Choice(method));
@@ -98,27 +116,19 @@ bool RunResizeImageDialog(HWND owner, Document& doc) {
     f.Enable(grain, c.grain);
     f.SetText(help, Wide(ResizeHelpLine(r)));
   };
-  auto follow = [&](FormDialog& f, SizeField changed, double value) {
-    fields = FollowSizeField(doc.width, doc.height, fields, changed, value, f.Checked(keep));
-    // The box being typed in keeps its text (and its caret).
-    if (changed != SizeField::Width) f.SetNumber(width, fields.width, 0);
-    if (changed != SizeField::Height) f.SetNumber(height, fields.height, 0);
-    if (changed != SizeField::Percent) f.SetNumber(percent, fields.percent, 2);
-  };
   form.onChange = [&](FormDialog& f, int id) {
-    if (id == width || id == height || id == percent) {
-      if (const auto v = f.Number(id))
-        follow(f, id == width ? SizeField::Width : id == height ? SizeField::Height : SizeField::Percent, *v);
+    if (size.Has(id)) {
+      if (const auto v = f.Number(id)) size.Follow(f, size.FieldOf(id), *v, f.Checked(keep));
       f.SetChoice(scale, 0);
     } else if (id == scale && f.Choice(scale) > 0) {
-      follow(f, SizeField::Preset, f.Choice(scale));
+      size.Follow(f, SizeField::Preset, f.Choice(scale), f.Checked(keep));
     } else if (id == keep && f.Checked(keep)) {
-      follow(f, SizeField::Width, fields.width);
+      size.Follow(f, SizeField::Width, size.fields.width, true);
     }
     showControls(f);
   };
   form.validate = [&](FormDialog& f) {
-    const auto w = f.Number(width), h = f.Number(height);
+    const auto w = f.Number(size.width), h = f.Number(size.height);
     return Wide(ResizeSizeMessage(w.value_or(0), h.value_or(0)));
   };
   // The help line and greyed rows as the remembered options give them.
@@ -126,7 +136,7 @@ bool RunResizeImageDialog(HWND owner, Document& doc) {
   if (!form.Run(owner, L"Resize")) return false;
   const ResizeOptions chosen = options(form);
   SaveResizeOptions(AppSettings(), chosen);
-  return ResizeImage(doc, Whole(*form.Number(width)), Whole(*form.Number(height)), chosen);
+  return ResizeImage(doc, Whole(*form.Number(size.width)), Whole(*form.Number(size.height)), chosen);
 }
 
 bool RunCanvasSizeDialog(HWND owner, Document& doc, uint32_t background) {
@@ -198,37 +208,28 @@ bool RunResizeLayerDialog(HWND owner, Document& doc) {
   if (box.Empty()) return false;
   const Memory memory{u"Dlg Resize Layer"};
   FormDialog form(L"Resize Layer", 430);
-  const int width = form.AddNumber(L"Width (px):", box.Width(), 0);
-  const int height = form.AddNumber(L"Height (px):", box.Height(), 0);
-  const int percent = form.AddNumber(L"Percent:", 100, 2);
+  SizeBoxes size{form.AddNumber(L"Width (px):", box.Width(), 0), form.AddNumber(L"Height (px):", box.Height(), 0),
+                 form.AddNumber(L"Percent:", 100, 2), box.Width(), box.Height(), {box.Width(), box.Height(), 100}};
   const int keep = form.AddCheck(L"Keep aspect ratio", true);
   std::vector<std::wstring> methods;
   for (const auto& m : kResizeLayerMethods) methods.push_back(Wide(m.name));
   const int method = form.AddChoice(L"Method:", methods, memory.Int("c22", 0, 0, int32_t(methods.size()) - 1));
-  SizeFields fields{box.Width(), box.Height(), 100};
   form.onChange = [&](FormDialog& f, int id) {
     const auto v = f.Number(id);
-    if ((id == width || id == height || id == percent) && v) {
-      fields = FollowSizeField(box.Width(), box.Height(), fields,
-                               id == width ? SizeField::Width : id == height ? SizeField::Height : SizeField::Percent,
-                               *v, f.Checked(keep));
+    if (size.Has(id) && v) {
+      size.Follow(f, size.FieldOf(id), *v, f.Checked(keep));
     } else if (id == keep && f.Checked(keep)) {
-      fields = FollowSizeField(box.Width(), box.Height(), fields, SizeField::Width, fields.width, true);
-    } else {
-      return;
+      size.Follow(f, SizeField::Width, size.fields.width, true);
     }
-    f.SetNumber(width, fields.width, 0);
-    f.SetNumber(height, fields.height, 0);
-    f.SetNumber(percent, fields.percent, 2);
   };
   form.validate = [&](FormDialog& f) {
-    const auto w = f.Number(width), h = f.Number(height);
+    const auto w = f.Number(size.width), h = f.Number(size.height);
     return Wide(CheckResizeLayerSize(w ? Whole(*w) : 0, h ? Whole(*h) : 0));
   };
   if (!form.Run(owner, L"Resize")) return false;
   const std::pair<std::u16string, std::u16string> values[] = {{u"c22", Memory::Number(form.Choice(method))}};
   AppSettings().SetStrings(memory.section, values);
-  return ResizeLayer(doc, Whole(*form.Number(width)), Whole(*form.Number(height)),
+  return ResizeLayer(doc, Whole(*form.Number(size.width)), Whole(*form.Number(size.height)),
                      kResizeLayerMethods[static_cast<std::size_t>(form.Choice(method))].algorithm);
 }
 

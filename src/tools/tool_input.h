@@ -68,6 +68,9 @@ class ToolInput {
   // A tool operation is pending (a move not yet committed, a crop
   // rectangle shown).
   bool Pending() const { return move_.Pending() || crop_.Shown() || transform_.Active(); }
+  // A layer transform has changed its layer and waits for Apply or Cancel:
+  // until then the menus' commands wait too.
+  bool TransformInProgress() const { return transform_.Active() && transform_.Changed(); }
   // The document is closing: nothing may refer to it afterwards.
   void Forget(Document& doc);
 

@@ -87,8 +87,15 @@ TEST(ColorDepth, TheCommandFlattensRecordsTheCountAndKeepsToTheSelection) {
   EXPECT_EQ(p.At(1, 1), p.At(3, 3));  // outside the selection: as flattened
   EXPECT_EQ(ColorDepthRow(32768, DepthMode::Grid555), 2);
   EXPECT_EQ(ColorDepthRow(100, DepthMode::Palette), 3);
-  ASSERT_TRUE(Undo(*doc) && Undo(*doc));
+  // Undo gives the count back with the pixels (a save would otherwise write
+  // a palette), and redo takes it again.
+  ASSERT_TRUE(Undo(*doc));
+  EXPECT_EQ(doc->colorCount, 16777216);
+  ASSERT_TRUE(Redo(*doc) && Undo(*doc) && Undo(*doc));
   EXPECT_EQ(doc->LayerCount(), 2);
+  EXPECT_EQ(doc->colorCount, 16777216);
+  ASSERT_TRUE(Redo(*doc) && Redo(*doc));
+  EXPECT_EQ(doc->colorCount, 32768);
 }
 
 }  // namespace
